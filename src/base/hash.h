@@ -1,0 +1,23 @@
+#pragma once
+#include <cstdint>
+#include <string_view>
+
+namespace zv {
+
+// 32-bit FNV-1a over the bytes of text.
+constexpr uint32_t fnv1a32(std::string_view text) {
+  uint32_t h = 0x811c9dc5u;
+  for (char c : text) {
+    h ^= static_cast<uint8_t>(c);
+    h *= 16777619u;
+  }
+  return h;
+}
+
+// The name-table hash: FNV-1a, then mixed as (h ^ (h << 17)) + (h >> 21).
+constexpr uint32_t nameHash(std::string_view text) {
+  uint32_t h = fnv1a32(text);
+  return (h ^ (h << 17)) + (h >> 21);
+}
+
+}  // namespace zv

@@ -1,0 +1,102 @@
+#include "base/math.h"
+
+#include <gtest/gtest.h>
+
+#include "base/float_sanitize.h"
+#include "base/hash.h"
+#include "base/log.h"
+
+namespace zv {
+namespace {
+
+void expectNear(const Vector3& v, float x, float y, float z, float eps = 1e-5f) {
+  EXPECT_NEAR(v.x, x, eps);
+  EXPECT_NEAR(v.y, y, eps);
+  EXPECT_NEAR(v.z, z, eps);
+}
+
+TEST(AngleConventions, YawNinetyTurnsForwardOntoY) {
+  Quaternion q = angleQuaternion({0, 90, 0});
+  EXPECT_NEAR(q.x, 0, 1e-6);
+  EXPECT_NEAR(q.y, 0, 1e-6);
+  EXPECT_NEAR(q.z, 0.7071068f, 1e-6);
+  EXPECT_NEAR(q.w, 0.7071068f, 1e-6);
+  Matrix3x4 m = angleMatrix({0, 90, 0});
+  expectNear(m.column(0), 0, 1, 0);
+  expectNear(m.column(1), -1, 0, 0);
+  expectNear(m.column(2), 0, 0, 1);
+}
+
+TEST(AngleConventions, PitchNinetyPointsForwardDown) {
+  expectNear(angleMatrix({90, 0, 0}).column(0), 0, 0, -1);
+}
+
+TEST(AngleConventions, AnglesSurviveBothRoundTrips) {
+  QAngle a{30, 45, 60};
+  QAngle viaQuat = quaternionAngles(angleQuaternion(a));
+  QAngle viaMatrix = matrixAngles(angleMatrix(a));
+  for (const QAngle& back : {viaQuat, viaMatrix}) {
+    EXPECT_NEAR(back.pitch, 30, 1e-4);
+    EXPECT_NEAR(back.yaw, 45, 1e-4);
+    EXPECT_NEAR(back.roll, 60, 1e-4);
+  }
+}
+
+TEST(AngleConventions, QuaternionAndMatrixRoutesAgree) {
+  QAngle a{-20, 170, 5};
+  Matrix3x4 fromAngles = angleMatrix(a);
+  Matrix3x4 fromQuat = quaternionMatrix(angleQuaternion(a));
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) EXPECT_NEAR(fromAngles.m[i][j], fromQuat.m[i][j], 1e-5) << i << "," << j;
+  Quaternion back = matrixQuaternion(fromAngles);
+  Quaternion q = angleQuaternion(a);
+  float sign = (back.w * q.w + back.x * q.x + back.y * q.y + back.z * q.z) < 0 ? -1.f : 1.f;
+  EXPECT_NEAR(back.x * sign, q.x, 1e-5);
+  EXPECT_NEAR(back.w * sign, q.w, 1e-5);
+}
+
+TEST(AngleConventions, YupToZupMatrixMapsYOntoZ) {
+  Matrix3x4 m = angleMatrix({0, 0, 90}) * angleMatrix({90, 0, 0});
+  expectNear(rotateVector(m, {0, 1, 0}), 0, 0, 1);
+}
+
+TEST(AngleConventions, RadianEulerIsPitchYawRollReordered) {
+  QAngle a = toQAngle(RadianEuler{0.5f, 1.0f, 1.5f});
+  EXPECT_NEAR(a.pitch, 1.0f * kRadToDeg, 1e-4);
+  EXPECT_NEAR(a.yaw, 1.5f * kRadToDeg, 1e-4);
+  EXPECT_NEAR(a.roll, 0.5f * kRadToDeg, 1e-4);
+}
+
+TEST(MatrixAlgebra, ProductAppliesRightOperandFirstAndInverseUndoesIt) {
+  Matrix3x4 a = angleMatrix({10, 20, 30}, {1, 2, 3});
+  Matrix3x4 b = angleMatrix({0, 90, 0}, {10, 0, 0});
+  Vector3 p{4, 5, 6};
+  expectNear(transformPoint(b * a, p), transformPoint(b, transformPoint(a, p)).x,
+             transformPoint(b, transformPoint(a, p)).y, transformPoint(b, transformPoint(a, p)).z, 1e-4f);
+  Vector3 back = transformPoint(invertRigid(a), transformPoint(a, p));
+  expectNear(back, 4, 5, 6, 1e-4f);
+}
+
+TEST(Hashing, FnvMatchesKnownValuesAndMixes) {
+  EXPECT_EQ(fnv1a32(""), 0x811c9dc5u);
+  EXPECT_EQ(fnv1a32("a"), 0xe40c292cu);
+  uint32_t h = fnv1a32("bone");
+  EXPECT_EQ(nameHash("bone"), (h ^ (h << 17)) + (h >> 21));
+}
+
+TEST(FloatSanitize, RepairsNonFiniteValuesAndWarnsOncePerProcess) {
+  resetInvalidFloatRepairsForTesting();
+  LogCapture capture;
+  Vector3 v{std::numeric_limits<float>::quiet_NaN(), 1, std::numeric_limits<float>::infinity()};
+  sanitizeVector(v);
+  EXPECT_EQ(v, (Vector3{0, 1, 0}));
+  EXPECT_EQ(sanitizeFloat(-std::numeric_limits<float>::infinity()), 0.0f);
+  EXPECT_EQ(sanitizeFloat(3.5f), 3.5f);
+  EXPECT_EQ(capture.count("mdl to dmx: zeroing out invalid vertices\n"), 1u);
+  EXPECT_EQ(invalidFloatRepairs(), 3u);
+  EXPECT_FALSE(isInvalidFloat(std::numeric_limits<float>::max()));
+  EXPECT_FALSE(isInvalidFloat(std::numeric_limits<float>::denorm_min()));
+}
+
+}  // namespace
+}  // namespace zv
