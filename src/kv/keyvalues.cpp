@@ -1,10 +1,11 @@
 #include "kv/keyvalues.h"
 
-#include <charconv>
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <unordered_map>
 
 #include "base/strings.h"
 
@@ -277,6 +278,28 @@ float KeyValues::getFloat(std::string_view key, float fallback) const {
 bool KeyValues::getBool(std::string_view key, bool fallback) const {
   const KeyValues* child = findValue(*this, key);
   return child != nullptr ? textToInt(child->value_) != 0 : fallback;
+}
+
+Kv3Value keyValuesToKv3(const KeyValues& node) {
+  if (!node.isSection()) return Kv3Value(node.value());
+  Kv3Value::Object members;
+  std::vector<bool> repeated;                     // per member: already turned into an array of repeats
+  std::unordered_map<std::string, size_t> index;  // lower-case key -> member
+  for (const KeyValues& child : node.children()) {
+    auto [it, inserted] = index.emplace(toLower(child.name()), members.size());
+    if (inserted) {
+      members.push_back(Kv3Member{child.name(), keyValuesToKv3(child)});
+      repeated.push_back(false);
+      continue;
+    }
+    Kv3Value& value = members[it->second].value;
+    if (!repeated[it->second]) {
+      value = Kv3Value::makeArray({std::move(value)});
+      repeated[it->second] = true;
+    }
+    value.push(keyValuesToKv3(child));
+  }
+  return Kv3Value::makeObject(std::move(members));
 }
 
 int textToInt(std::string_view text) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/result.h"
+#include "kv/kv3.h"
 
 namespace zv {
 
@@ -68,5 +69,11 @@ int textToInt(std::string_view text);
 // atof without the locale: leading blanks, optional sign, then the longest decimal number
 // ("1.5e3", ".5", "inf", "nan"); no number gives 0. Beyond the float range gives +-inf.
 float textToFloat(std::string_view text);
+
+// The KV3 form of a node: a leaf becomes its string, a section an object of its children
+// in order. KV3 keys are unique, so keys repeated in a section (compared ignoring case, as
+// lookups do) become one array at the first one's place, holding every value in order; the
+// first spelling of the key is kept.
+Kv3Value keyValuesToKv3(const KeyValues& node);
 
 }  // namespace zv

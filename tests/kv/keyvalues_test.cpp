@@ -50,8 +50,7 @@ TEST(KeyValuesParse, GameInformationSearchPathsKeepOrderAndDuplicates) {
   ASSERT_NE(fileSystem, nullptr);
   const KeyValues* paths = fileSystem->find("SearchPaths");
   ASSERT_NE(paths, nullptr);
-  EXPECT_EQ(describe(*paths),
-            "Game=|mod|. Game=|mod|content/pak01_dir.qpk Game=common Mod+Game=|mod|extra");
+  EXPECT_EQ(describe(*paths), "Game=|mod|. Game=|mod|content/pak01_dir.qpk Game=common Mod+Game=|mod|extra");
   std::vector<const KeyValues*> games = paths->findAll("game");
   ASSERT_EQ(games.size(), 3u);
   EXPECT_EQ(games[2]->value(), "common");
@@ -181,8 +180,7 @@ TEST(KeyValuesParse, MalformedTextFailsWithALineNumber) {
   for (const MalformedCase& c : cases) {
     Result<KeyValues> parsed = KeyValues::parse(c.text);
     ASSERT_FALSE(parsed.ok()) << c.label;
-    EXPECT_NE(parsed.message().find(c.messagePart), std::string::npos)
-        << c.label << ": " << parsed.message();
+    EXPECT_NE(parsed.message().find(c.messagePart), std::string::npos) << c.label << ": " << parsed.message();
   }
 }
 
@@ -265,6 +263,32 @@ TEST(KeyValuesGetters, BoolIsANonZeroInteger) {
   EXPECT_TRUE(root.getBool("c"));
   EXPECT_FALSE(root.getBool("d", true));
   EXPECT_FALSE(root.getBool("e", true));
+}
+
+TEST(KeyValuesToKv3, SectionsBecomeObjectsInOrder) {
+  KeyValues root = parseOk(
+      "\"ExtraSeqFlags\"\n{\n\t\"worldrelative\" \"0\"\n\t\"emptyanimwithnoeffect\" \"1\"\n}\n"
+      "\"AnimTags\"\n{\n\t\"tag\" \"0.500000\"\n\t\"empty\" { }\n}\n");
+  Kv3Value expected = Kv3Value::makeObject(
+      {{"ExtraSeqFlags", Kv3Value::makeObject({{"worldrelative", "0"}, {"emptyanimwithnoeffect", "1"}})},
+       {"AnimTags", Kv3Value::makeObject({{"tag", "0.500000"}, {"empty", Kv3Value::makeObject()}})}});
+  EXPECT_EQ(keyValuesToKv3(root), expected);
+  EXPECT_EQ(keyValuesToKv3(*root.find("AnimTags")->find("tag")), Kv3Value("0.500000"));
+}
+
+TEST(KeyValuesToKv3, RepeatedKeysGatherIntoOneArrayAtTheFirstPlace) {
+  KeyValues root = parseOk(R"("editparams" {
+    "jointmerge" "a,b"
+    "rootname" "pelvis"
+    "JointMerge" "c,d"
+    "jointmerge" { "x" "1" }
+  })");
+  Kv3Value params = keyValuesToKv3(*root.find("editparams"));
+  ASSERT_EQ(params.members().size(), 2u);
+  EXPECT_EQ(params.members()[0].key, "jointmerge");
+  EXPECT_EQ(params.members()[0].value,
+            Kv3Value::makeArray({"a,b", "c,d", Kv3Value::makeObject({{"x", "1"}})}));
+  EXPECT_EQ(params.members()[1].key, "rootname");
 }
 
 }  // namespace
