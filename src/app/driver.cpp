@@ -1,0 +1,84 @@
+#include "app/driver.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "app/command_line.h"
+#include "base/log.h"
+#include "fs/file_system.h"
+#include "fs/directory_source.h"
+#include "fs/game_info.h"
+#include "importer/converter.h"
+
+namespace zv::app {
+namespace {
+
+// The legacy math routines were written for SSE and SSE2; an x86 processor without them
+// is refused up front as the tool always did.
+bool mathSupportAvailable() {
+#if defined(__x86_64__) || defined(__i386__)
+  return __builtin_cpu_supports("sse") && __builtin_cpu_supports("sse2");
+#else
+  return true;
+#endif
+}
+
+// The mod named by -game, else by QMOD; nothing when neither names one.
+std::optional<std::string> namedMod(const std::vector<std::string>& args) {
+  if (auto mod = findGameArgument(args)) return mod;
+  if (const char* env = std::getenv("QMOD"); env && *env) return std::string(env);
+  return std::nullopt;
+}
+
+bool startFileSystem(const std::vector<std::string>& args, fs::FileSystem& fileSystem) {
+  std::optional<std::string> mod = namedMod(args);
+  auto info = fs::loadGameInfo(fileSystem.currentDirectory(), mod.value_or(fs::kDefaultMod), mod.has_value());
+  if (!info) {
+    mainLog().logColor(Severity::Error, colors::kRed, "%s", info.message().c_str());
+    return false;
+  }
+  fs::mountGameInfo(fileSystem, *info);
+  fileSystem.addSource(std::make_shared<fs::DirectorySource>(fileSystem.currentDirectory()), "LOCAL",
+                       fs::Placement::Tail);
+  return true;
+}
+
+int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem) {
+  int total = int(options.inputFiles.size());
+  mainLog().logColor(Severity::Message, colors::kCyan, "Beginning conversion of %d models...\n", total);
+  C_ZV_MDL_Import converter(fileSystem);
+  int failed = 0;
+  for (size_t n = 0; n < options.inputFiles.size(); ++n) {
+    mainLog().logColor(Severity::Message, colors::kCyan, "Conversion of %s\n", options.inputFiles[n].c_str());
+    converter.Setup(options, n);
+    if (!converter.Convert()) ++failed;
+    converter.Reset();
+  }
+  if (failed > 0) {
+    mainLog().logColor(Severity::Message, colors::kRed, "%d mdl files failed to convert and %d mdl files successfully converted\n",
+                       failed, total - failed);
+    return 1;
+  }
+  mainLog().logColor(Severity::Message, colors::kGreen, "%d mdl files successfully converted\n", total);
+  return 0;
+}
+
+}  // namespace
+
+int runDriver(const std::vector<std::string>& args) {
+  mainLog();  // the channel exists from the start
+  fs::FileSystem fileSystem(std::filesystem::current_path());
+  if (!startFileSystem(args, fileSystem)) return 1;
+
+  RunOptions options;
+  if (!parseCommandLine(args, options, fileSystem)) return 1;
+  if (options.verbose) mainLog().setVerbosity(static_cast<int>(Severity::Detail));
+  if (!mathSupportAvailable()) {
+    mainLog().logColor(Severity::Error, colors::kRed, "SSE and SSE2 are required.\n");
+    return 1;
+  }
+  if (LogChannel* perforce = findLogChannel("Perforce")) perforce->setVerbosity(1);
+  return convertAll(options, fileSystem);
+}
+
+}  // namespace zv::app

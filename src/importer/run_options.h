@@ -1,0 +1,34 @@
+#pragma once
+// The options of one run, filled by the command line and read by the converter. The three
+// lists run parallel: entry n of each belongs to input file n.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zv {
+
+enum class SourceControlChoice { Automatic, None, P4, Git };
+
+struct RunOptions {
+  std::vector<std::string> inputFiles;     // full paths
+  std::vector<std::string> baseNames;      // file name without folder and extension
+  std::vector<std::string> outputFolders;  // may be shorter than inputFiles (see the command line)
+  std::optional<std::string> inputRoot;
+  std::optional<std::string> outputRoot;
+  std::string mod;
+  std::string changelist;
+  std::string weaponAnimPrefab;
+  bool verbose = false;
+  bool recurse = false;
+  bool skipCommonDmxWrite = false;
+  bool yUpToZUp = false;
+  bool overrideLean = false;
+  bool writeWeaponAnimPrefab = false;
+  bool headerHullBounds = false;
+  bool allLods = false;
+  SourceControlChoice sourceControl = SourceControlChoice::Automatic;
+  bool noP4 = false;
+};
+
+}  // namespace zv
