@@ -6,7 +6,6 @@
 #include "app/command_line.h"
 #include "base/log.h"
 #include "fs/file_system.h"
-#include "fs/directory_source.h"
 #include "fs/game_info.h"
 #include "importer/converter.h"
 
@@ -38,9 +37,7 @@ bool startFileSystem(const std::vector<std::string>& args, fs::FileSystem& fileS
     return false;
   }
   fs::mountGameInfo(fileSystem, *info);
-  fileSystem.addSource(std::make_shared<fs::DirectorySource>(fileSystem.currentDirectory()), "LOCAL",
-                       fs::Placement::Tail);
-  return true;
+  return fileSystem.addSearchPath("", "LOCAL", fs::Placement::Tail).ok();
 }
 
 int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem) {
