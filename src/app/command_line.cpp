@@ -106,13 +106,6 @@ bool readListFile(const std::string& name, const fs::FileSystem& fileSystem, std
   return true;
 }
 
-std::optional<SourceControlChoice> parseSourceControl(std::string_view value) {
-  if (equalsNoCase(value, "none")) return SourceControlChoice::None;
-  if (equalsNoCase(value, "p4")) return SourceControlChoice::P4;
-  if (equalsNoCase(value, "git")) return SourceControlChoice::Git;
-  return std::nullopt;
-}
-
 // The options pass; file specifications are collected in order.
 bool parseArguments(const std::vector<std::string>& args, RunOptions& options, const fs::FileSystem& fileSystem,
                     std::vector<std::string>& specs) {
@@ -142,7 +135,7 @@ bool parseArguments(const std::vector<std::string>& args, RunOptions& options, c
       continue;
     }
     if (equalsNoCase(arg, "-scm")) {
-      auto choice = hasNext ? parseSourceControl(args[i + 1]) : std::nullopt;
+      auto choice = hasNext ? scm::parseBackend(args[i + 1]) : std::nullopt;
       if (!choice) {
         problem(colors::kRed, hasNext ? format("Unknown source control %s (use none, p4 or git)\n", args[i + 1].c_str()).c_str()
                                       : "Expected argument for -scm\n");

@@ -8,6 +8,8 @@
 #include "fs/file_system.h"
 #include "fs/game_info.h"
 #include "importer/converter.h"
+#include "output/output.h"
+#include "scm/source_control.h"
 
 namespace zv::app {
 namespace {
@@ -40,10 +42,17 @@ bool startFileSystem(const std::vector<std::string>& args, fs::FileSystem& fileS
   return fileSystem.addSearchPath("", "LOCAL", fs::Placement::Tail).ok();
 }
 
-int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem) {
+std::unique_ptr<scm::SourceControl> startSourceControl(const RunOptions& options) {
+  auto system = scm::chooseSourceControl({options.sourceControl, options.noP4});
+  if (!options.changelist.empty()) system->setChangelist(options.changelist);
+  if (options.verbose) mainLog().log(Severity::Message, "%s", scm::sourceControlBanner(*system).c_str());
+  return system;
+}
+
+int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, Output& output) {
   int total = int(options.inputFiles.size());
   mainLog().logColor(Severity::Message, colors::kCyan, "Beginning conversion of %d models...\n", total);
-  C_ZV_MDL_Import converter(fileSystem);
+  C_ZV_MDL_Import converter(fileSystem, output);
   int failed = 0;
   for (size_t n = 0; n < options.inputFiles.size(); ++n) {
     mainLog().logColor(Severity::Message, colors::kCyan, "Conversion of %s\n", options.inputFiles[n].c_str());
@@ -74,8 +83,12 @@ int runDriver(const std::vector<std::string>& args) {
     mainLog().logColor(Severity::Error, colors::kRed, "SSE and SSE2 are required.\n");
     return 1;
   }
+  std::unique_ptr<scm::SourceControl> sourceControl = startSourceControl(options);
   if (LogChannel* perforce = findLogChannel("Perforce")) perforce->setVerbosity(1);
-  return convertAll(options, fileSystem);
+  Output output(*options.outputRoot, sourceControl.get());
+  int status = convertAll(options, fileSystem, output);
+  sourceControl->flush();
+  return status;
 }
 
 }  // namespace zv::app

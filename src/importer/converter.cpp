@@ -1,11 +1,13 @@
 #include "importer/converter.h"
 
+#include "base/hash.h"
 #include "base/log.h"
 #include "base/path.h"
 
 namespace zv {
 
-C_ZV_MDL_Import::C_ZV_MDL_Import(const fs::FileSystem& fileSystem) : fileSystem_(fileSystem) {}
+C_ZV_MDL_Import::C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& output)
+    : fileSystem_(fileSystem), output_(output) {}
 
 void C_ZV_MDL_Import::Setup(const RunOptions& options, size_t index) {
   Reset();
@@ -26,13 +28,59 @@ void C_ZV_MDL_Import::Setup(const RunOptions& options, size_t index) {
   s.writeWeaponAnimPrefab = options.writeWeaponAnimPrefab;
   s.headerHullBounds = options.headerHullBounds;
   s.allLods = options.allLods;
+  paths_ = buildModelPaths(s.outputFolder, s.baseName);
+  output_.beginModel();
 }
 
 void C_ZV_MDL_Import::Reset() {
   settings_ = ModelSettings();
+  paths_ = ModelPaths();
   model_.reset();
+  tables_ = ModelTables();
+  animationNameIndex_.clear();
+  isStatic_ = false;
 }
 
-bool C_ZV_MDL_Import::Convert() { return LoadMDL(); }
+std::vector<std::string> C_ZV_MDL_Import::subModelNames() const {
+  std::vector<std::string> names;
+  for (const legacy::BodyPart& part : model_->mdl.bodyParts) {
+    for (const legacy::SubModel& model : part.models) names.push_back(model.name);
+  }
+  return names;
+}
+
+void C_ZV_MDL_Import::indexAnimationNames() {
+  for (const AnimExportRecord& anim : tables_.animations) animationNameIndex_.insert(fnv1a32(anim.name));
+}
+
+bool C_ZV_MDL_Import::Convert() {
+  if (!LoadMDL()) return false;
+  if (!LoadPhysics()) warning("No valid .phy for %s\n", settings_.inputPath.c_str());
+  ExtractAnims();
+  ExtractMeshes();
+  std::vector<std::string> sequenceNames;
+  for (const SequenceRecord& sequence : tables_.sequences) sequenceNames.push_back(sequence.name);
+  isStatic_ = isStaticModel(subModelNames(), sequenceNames);
+  indexAnimationNames();
+  for (const std::string& folder : {settings_.outputFolder, paths_.meshFolder, paths_.physFolder}) {
+    fs::FileSystem::createDirHierarchy(folder);
+  }
+  if (!isStatic_) {
+    writeAnimationsWithProgress(tables_.animations.size(), tables_.ownAnimationCount, settings_.skipCommonDmxWrite,
+                                [this](size_t i) { WriteAnimation(i); });
+  }
+  WriteMeshes();
+  WritePhysics();
+  WriteQmdl(isStatic_);
+  WriteRefs();
+  if (settings_.writeWeaponAnimPrefab) WritePrefab();
+  return true;
+}
+
+bool C_ZV_MDL_Import::WriteRefs() {
+  Status written = output_.writeText(paths_.referenceList, referenceListText(tables_.referencedMaterials));
+  if (!written) warning("Unable to write %s: %s\n", paths_.referenceList.c_str(), written.message().c_str());
+  return true;
+}
 
 }  // namespace zv

@@ -3,13 +3,16 @@
 // file, runs the pipeline and resets it; each stage is a method that reads the tables
 // earlier stages built and adds its own. Nothing carries over from one model to the next.
 
-#include <memory>
 #include <optional>
 #include <string>
+#include <unordered_set>
 
 #include "fs/file_system.h"
+#include "importer/pipeline.h"
 #include "importer/run_options.h"
+#include "importer/tables.h"
 #include "legacy/family.h"
+#include "output/output.h"
 
 namespace zv {
 
@@ -32,27 +35,47 @@ struct ModelSettings {
 
 class C_ZV_MDL_Import {
  public:
-  explicit C_ZV_MDL_Import(const fs::FileSystem& fileSystem);
+  C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& output);
 
   void Setup(const RunOptions& options, size_t index);
   // The per-model pipeline; false only when the legacy files fail to load.
   bool Convert();
   void Reset();
 
-  // Stages.
+  // Stages, in pipeline order.
   bool LoadMDL();
+  bool LoadPhysics();
+  bool ExtractAnims();
+  bool ExtractMeshes();
+  bool WriteAnimation(size_t index);
+  bool WriteMeshes();
+  bool WritePhysics();
+  bool WriteQmdl(bool isStatic);
+  bool WriteRefs();
+  bool WritePrefab();
 
   const ModelSettings& settings() const { return settings_; }
+  const ModelPaths& paths() const { return paths_; }
+  ModelTables& tables() { return tables_; }
+  const ModelTables& tables() const { return tables_; }
   // The loaded legacy model; nothing before LoadMDL succeeds.
   const legacy::LegacyModel* model() const { return model_ ? &*model_ : nullptr; }
+  // Whether the last Convert found the model to be a static prop.
+  bool isStatic() const { return isStatic_; }
 
  private:
-  // Reads a file of the model's family; nothing when it does not read.
   std::optional<std::vector<uint8_t>> readFamilyFile(const std::string& path) const;
+  std::vector<std::string> subModelNames() const;
+  void indexAnimationNames();
 
   const fs::FileSystem& fileSystem_;
+  Output& output_;
   ModelSettings settings_;
+  ModelPaths paths_;
   std::optional<legacy::LegacyModel> model_;
+  ModelTables tables_;
+  std::unordered_set<uint32_t> animationNameIndex_;
+  bool isStatic_ = false;
 };
 
 }  // namespace zv

@@ -3,12 +3,12 @@
 // lists run parallel: entry n of each belongs to input file n.
 
 #include <optional>
+
+#include "scm/source_control.h"
 #include <string>
 #include <vector>
 
 namespace zv {
-
-enum class SourceControlChoice { Automatic, None, P4, Git };
 
 struct RunOptions {
   std::vector<std::string> inputFiles;     // full paths
@@ -27,7 +27,7 @@ struct RunOptions {
   bool writeWeaponAnimPrefab = false;
   bool headerHullBounds = false;
   bool allLods = false;
-  SourceControlChoice sourceControl = SourceControlChoice::Automatic;
+  std::optional<scm::Backend> sourceControl;  // -scm; nothing chooses automatically
   bool noP4 = false;
 };
 

@@ -112,7 +112,7 @@ TEST(CommandLine, FlagsAndValuesIgnoreCase) {
   EXPECT_FALSE(options.recurse);
   EXPECT_EQ(options.changelist, "123");
   EXPECT_EQ(options.weaponAnimPrefab, "w.qmdl_prefab");
-  EXPECT_EQ(options.sourceControl, SourceControlChoice::Git);
+  EXPECT_EQ(options.sourceControl, scm::Backend::Git);
 }
 
 TEST(CommandLine, UnknownSourceControlIsRefused) {
