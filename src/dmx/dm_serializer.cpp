@@ -1,0 +1,323 @@
+#include "dmx/dm_serializer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+#include <limits>
+#include <unordered_map>
+
+#include "base/log.h"
+#include "base/strings.h"
+#include "dmx/dm_encoding.h"
+
+namespace zv::dmx {
+namespace {
+
+// Writes one body. Lives for one save; all lookups are keyed by pointer or text and
+// never iterated, so hash order cannot reach the output.
+class BinaryWriter {
+ public:
+  BinaryWriter(const CDmElement& root, DmOutputBuffer& out, bool sequentialIds)
+      : root_(root), out_(out), sequential_ids_(sequentialIds) {}
+
+  void writeBody() {
+    writePrefixBlock();
+    gatherElements();
+    buildStringTable();
+    writeStringTable();
+    writeElementList();
+    for (const CDmElement* element : list_) writeAttributeBlock(attributesToWrite(*element), false);
+  }
+
+ private:
+  struct Frame {
+    const CDmElement* element;
+    size_t attr = 0;
+    size_t item = 0;
+  };
+
+  bool inFile(const CDmElement* element) const {
+    return element && (element == &root_ || (element->file() && element->file() == root_.file()));
+  }
+
+  bool isPrefixAttribute(const CDmElement& owner, const CDmAttribute& attr) const {
+    return &owner == &root_ && attr.type() == DmType::Element && attr.name() == kPrefixAttribute;
+  }
+
+  bool isWritten(const CDmElement& owner, const CDmAttribute& attr) const {
+    return !attr.isDontSave() && attr.type() != DmType::Unknown && !isPrefixAttribute(owner, attr);
+  }
+
+  std::vector<const CDmAttribute*> attributesToWrite(const CDmElement& element) const {
+    std::vector<const CDmAttribute*> attrs;
+    attrs.reserve(element.attributeCount());
+    for (size_t i = 0; i < element.attributeCount(); ++i) {
+      if (isWritten(element, element.attribute(i))) attrs.push_back(&element.attribute(i));
+    }
+    return attrs;
+  }
+
+  // --- prefix block -------------------------------------------------------------------
+
+  void writePrefixBlock() {
+    const CDmAttribute* attr = root_.find(kPrefixAttribute);
+    const auto* ref = attr ? attr->tryValue<DmType::Element>() : nullptr;
+    const CDmElement* prefix = ref ? *ref : nullptr;
+    out_.putI32(prefix ? 1 : 0);
+    if (!prefix) return;
+    std::vector<const CDmAttribute*> attrs;
+    for (size_t i = 0; i < prefix->attributeCount(); ++i) {
+      const CDmAttribute& a = prefix->attribute(i);
+      if (a.isDontSave() || a.type() == DmType::Unknown) continue;
+      if (a.holds<DmType::Element>() || a.holds<DmType::ElementArray>()) {
+        warning("Prefix element cannot contain element or element_array attributes. ('%s')\n",
+                a.name().c_str());
+        continue;
+      }
+      attrs.push_back(&a);
+    }
+    writeAttributeBlock(attrs, true);
+  }
+
+  // --- element list -------------------------------------------------------------------
+
+  void addToList(const CDmElement* element) {
+    index_.emplace(element, static_cast<int32_t>(list_.size()));
+    list_.push_back(element);
+  }
+
+  bool isNew(const CDmElement* element) const { return inFile(element) && !index_.contains(element); }
+
+  // The next element referred to by the frame's element that is not listed yet.
+  const CDmElement* nextNew(Frame& frame) const {
+    const CDmElement& element = *frame.element;
+    for (; frame.attr < element.attributeCount(); ++frame.attr, frame.item = 0) {
+      const CDmAttribute& attr = element.attribute(frame.attr);
+      if (!isWritten(element, attr)) continue;
+      if (const auto* single = attr.tryValue<DmType::Element>()) {
+        if (frame.item++ == 0 && isNew(*single)) return *single;
+      } else if (const auto* items = attr.tryValue<DmType::ElementArray>()) {
+        while (frame.item < items->size()) {
+          const CDmElement* next = (*items)[frame.item++];
+          if (isNew(next)) return next;
+        }
+      }
+    }
+    return nullptr;
+  }
+
+  // Depth-first with an explicit stack: trees as deep as their element count must not
+  // exhaust the call stack.
+  void gatherElements() {
+    addToList(&root_);
+    std::vector<Frame> stack{{&root_}};
+    while (!stack.empty()) {
+      const CDmElement* next = nextNew(stack.back());
+      if (!next) {
+        stack.pop_back();
+        continue;
+      }
+      addToList(next);
+      stack.push_back({next});
+    }
+  }
+
+  // --- string table -------------------------------------------------------------------
+
+  static std::string_view untilNul(std::string_view text) { return text.substr(0, text.find('\0')); }
+
+  void intern(std::string_view text) {
+    text = untilNul(text);
+    if (string_index_.emplace(text, static_cast<int32_t>(strings_.size())).second) strings_.push_back(text);
+  }
+
+  int32_t stringIndex(std::string_view text) const { return string_index_.at(untilNul(text)); }
+
+  void buildStringTable() {
+    double sized = 10.0 * std::sqrt(static_cast<double>(list_.size()));
+    string_index_.reserve(std::max<size_t>(1500, static_cast<size_t>(sized)));
+    for (const CDmElement* element : list_) {
+      intern(element->type());
+      intern(element->name());
+      for (const CDmAttribute* attr : attributesToWrite(*element)) {
+        intern(attr->name());
+        if (const auto* text = attr->tryValue<DmType::String>()) intern(*text);
+      }
+    }
+  }
+
+  void writeStringTable() {
+    if (!putCount(strings_.size())) return;
+    for (std::string_view text : strings_) out_.putCString(text);
+  }
+
+  // --- elements and ids ---------------------------------------------------------------
+
+  // Numbers follow elements rather than id bytes: ids are unique only within one tree, and
+  // an element of another tree must never share a number with one of this file.
+  DmElementId fileId(const CDmElement& element) {
+    if (!sequential_ids_) return element.id();
+    auto [it, added] = sequence_.emplace(&element, static_cast<uint32_t>(sequence_.size() + 1));
+    return DmElementId::fromNumber(it->second);
+  }
+
+  void writeElementList() {
+    if (!putCount(list_.size())) return;
+    for (const CDmElement* element : list_) {
+      out_.putI32(stringIndex(element->type()));
+      out_.putI32(stringIndex(element->name()));
+      DmElementId id = fileId(*element);
+      out_.put(id.bytes.data(), id.bytes.size());
+    }
+  }
+
+  void writeElementRef(const CDmElement* element) {
+    if (!element) return out_.putI32(kNullElement);
+    if (auto it = index_.find(element); it != index_.end()) return out_.putI32(it->second);
+    out_.putI32(kExternalElement);
+    out_.putCString(fileId(*element).toString());
+  }
+
+  // --- values -------------------------------------------------------------------------
+
+  bool putCount(size_t count) {
+    if (count > static_cast<size_t>(std::numeric_limits<int32_t>::max())) {
+      out_.setError();
+      return false;
+    }
+    out_.putI32(static_cast<int32_t>(count));
+    return true;
+  }
+
+  void writeAttributeBlock(const std::vector<const CDmAttribute*>& attrs, bool inlineStrings) {
+    if (!putCount(attrs.size())) return;
+    for (const CDmAttribute* attr : attrs) {
+      if (inlineStrings) {
+        out_.putCString(attr->name());
+      } else {
+        out_.putI32(stringIndex(attr->name()));
+      }
+      out_.putByte(static_cast<uint8_t>(attr->type()));
+      dispatchType(attr->type(), [&](auto tag) {
+        constexpr DmType T = tag.value;
+        if constexpr (T != DmType::Unknown) writeValue<T>(*attr->tryValue<T>(), inlineStrings);
+      });
+    }
+  }
+
+  template <DmType T>
+  void writeValue(const DmValue<T>& value, bool inlineStrings) {
+    using V = DmValue<T>;
+    if constexpr (isArrayType(T)) {
+      writeArray<T>(value, inlineStrings);
+    } else if constexpr (T == DmType::Element) {
+      writeElementRef(value);
+    } else if constexpr (T == DmType::String) {
+      inlineStrings ? out_.putCString(value) : out_.putI32(stringIndex(value));
+    } else if constexpr (T == DmType::Binary) {
+      if (putCount(value.size())) out_.put(value.data(), value.size());
+    } else if constexpr (T == DmType::Bool) {
+      out_.putByte(value ? 1 : 0);
+    } else {
+      static_assert(kIsPlain<V>);
+      if (uint8_t* out = out_.grow(sizeof(V))) copyPlain<V>(out, &value, 1);
+    }
+  }
+
+  template <DmType T>
+  void writeArray(const DmValue<T>& items, bool inlineStrings) {
+    constexpr DmType S = scalarOf(T);
+    using Item = DmValue<S>;
+    if (!putCount(items.size())) return;
+    if constexpr (kIsPlain<Item>) {
+      // The hot path for vertex data: one copy for the whole array.
+      if (uint8_t* out = out_.grow(items.size() * sizeof(Item)))
+        copyPlain<Item>(out, items.data(), items.size());
+    } else if constexpr (S == DmType::String) {
+      // String array items are always inline, table or not.
+      for (const std::string& text : items) out_.putCString(text);
+    } else {
+      for (const auto& item : items) writeValue<S>(item, inlineStrings);
+    }
+  }
+
+  const CDmElement& root_;
+  DmOutputBuffer& out_;
+  bool sequential_ids_;
+  std::vector<const CDmElement*> list_;
+  std::unordered_map<const CDmElement*, int32_t> index_;
+  std::vector<std::string_view> strings_;
+  std::unordered_map<std::string_view, int32_t> string_index_;
+  std::unordered_map<const CDmElement*, uint32_t> sequence_;
+};
+
+// The format name is one word of the header line; anything else would make it unreadable.
+bool isHeaderWord(std::string_view word) {
+  return !word.empty() && std::none_of(word.begin(), word.end(), [](char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\0';
+  });
+}
+
+}  // namespace
+
+std::string_view CDmSerializerBinary::encodingName() const {
+  return sequential_ids_ ? kSeqIdsEncoding : kBinaryEncoding;
+}
+
+std::string_view CDmSerializerBinary::description() const {
+  return sequential_ids_ ? "Binary (deterministic sequential ids)" : "Binary";
+}
+
+int CDmSerializerBinary::encodingVersion() const { return kBinaryEncodingVersion; }
+
+bool CDmSerializerBinary::save(const CDmElement& root, DmOutputBuffer& buffer, std::string_view formatName,
+                               int formatVersion) const {
+  std::string encoding(encodingName());
+  if (buffer.isText()) {
+    warning(
+        "Serialize: Format %s expects to be written to a binary format, but the buffer is a text-format "
+        "buffer\n",
+        encoding.c_str());
+    return false;
+  }
+  std::string format(formatName);
+  if (!isHeaderWord(format)) {
+    warning("Serialize: Format name '%s' cannot be written into a file header\n", format.c_str());
+    return false;
+  }
+  std::string header =
+      zv::format("%s encoding %s %d format %s %d %s\n", std::string(kHeaderStart).c_str(), encoding.c_str(),
+                 encodingVersion(), format.c_str(), formatVersion, std::string(kHeaderEnd).c_str());
+  buffer.put(header.data(), header.size());
+  buffer.putByte(0);
+  BinaryWriter(root, buffer, sequential_ids_).writeBody();
+  return !buffer.hasError();
+}
+
+const IDmSerializer* findSerializer(std::string_view encoding) {
+  static const CDmSerializerBinary kBinary(false);
+  static const CDmSerializerBinary kSeqIds(true);
+  for (const IDmSerializer* serializer : std::initializer_list<const IDmSerializer*>{&kBinary, &kSeqIds}) {
+    if (serializer->encodingName() == encoding) return serializer;
+  }
+  return nullptr;
+}
+
+bool serializeDmx(const CDmElement& root, DmOutputBuffer& buffer, std::string_view encoding,
+                  std::string_view formatName, int formatVersion) {
+  const IDmSerializer* serializer = findSerializer(encoding);
+  if (!serializer) {
+    warning("Serialize: File encoding '%s' is undefined!\n", std::string(encoding).c_str());
+    return false;
+  }
+  return serializer->save(root, buffer, formatName, formatVersion);
+}
+
+std::optional<std::vector<uint8_t>> saveDmx(const CDmElement& root, std::string_view encoding,
+                                            std::string_view formatName, int formatVersion) {
+  DmOutputBuffer buffer;
+  if (!serializeDmx(root, buffer, encoding, formatName, formatVersion)) return std::nullopt;
+  return buffer.take();
+}
+
+}  // namespace zv::dmx
