@@ -29,9 +29,12 @@ class Kv3Value {
   requires(!std::same_as<T, bool>) Kv3Value(T value)
       : data_(static_cast<int64_t>(value)) {}  // NOLINT(google-explicit-constructor)
   // Floats stay 32-bit so they are written in the shortest form of a float.
-  Kv3Value(float value) : data_(value) {}                          // NOLINT(google-explicit-constructor)
-  Kv3Value(double value) : data_(value) {}                         // NOLINT(google-explicit-constructor)
-  Kv3Value(const char* value) : data_(std::string(value)) {}       // NOLINT(google-explicit-constructor)
+  Kv3Value(float value) : data_(value) {}   // NOLINT(google-explicit-constructor)
+  Kv3Value(double value) : data_(value) {}  // NOLINT(google-explicit-constructor)
+  // A null pointer gives a null value rather than undefined behaviour.
+  Kv3Value(const char* value) {  // NOLINT(google-explicit-constructor)
+    if (value != nullptr) data_ = std::string(value);
+  }
   Kv3Value(std::string value) : data_(std::move(value)) {}         // NOLINT(google-explicit-constructor)
   Kv3Value(std::string_view value) : data_(std::string(value)) {}  // NOLINT(google-explicit-constructor)
 

@@ -55,6 +55,40 @@ Kv3Value sampleTree() {
   return root;
 }
 
+TEST(Kv3Values, SetReplacesInPlaceAndContainersRefuseTheWrongUse) {
+  Kv3Value object;
+  ASSERT_TRUE(object.set("a", 1));
+  ASSERT_TRUE(object.set("b", 2));
+  ASSERT_TRUE(object.set("a", "again"));
+  ASSERT_EQ(object.members().size(), 2u);
+  EXPECT_EQ(object.members()[0].key, "a");
+  EXPECT_EQ(object.members()[0].value.asString(), "again");
+  EXPECT_FALSE(object.push(3));  // an object is not an array
+  Kv3Value array;
+  ASSERT_TRUE(array.push(1.5f));
+  EXPECT_FALSE(array.set("k", 1));
+  Kv3Value scalar(7);
+  EXPECT_FALSE(scalar.push(1));
+  EXPECT_FALSE(scalar.set("k", 1));
+  EXPECT_EQ(scalar, Kv3Value(7));
+}
+
+TEST(Kv3Values, AccessorsAnswerNeutralValuesForOtherTypes) {
+  Kv3Value text("12");
+  EXPECT_EQ(text.asInt(), 0);
+  EXPECT_EQ(text.asDouble(), 0.0);
+  EXPECT_FALSE(text.asBool());
+  EXPECT_TRUE(text.elements().empty());
+  EXPECT_EQ(text.find("x"), nullptr);
+  EXPECT_EQ(Kv3Value(3).asString(), "");
+  EXPECT_EQ(Kv3Value(3).asFloat(), 3.0f);
+  EXPECT_EQ(Kv3Value(2.5).asFloat(), 2.5f);
+  EXPECT_TRUE(Kv3Value(static_cast<const char*>(nullptr)).isNull());
+  // Numbers of different kinds are different values.
+  EXPECT_NE(Kv3Value(1), Kv3Value(1.0f));
+  EXPECT_NE(Kv3Value(1.0f), Kv3Value(1.0));
+}
+
 TEST(Kv3Writer, LaysOutASmallTreeExactly) {
   std::string expected = std::string(kHeaderLine) +
                          "{\n"
