@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 
 namespace zv::dmx {
 
@@ -21,6 +22,15 @@ uint8_t* DmOutputBuffer::grow(size_t size) {
     return nullptr;
   }
   return bytes_.data() + old;
+}
+
+void DmOutputBuffer::reserve(size_t size) {
+  size = std::min(size, limit_ - std::min(limit_, bytes_.size()));
+  try {
+    bytes_.reserve(bytes_.size() + size);
+  } catch (const std::exception&) {
+    // The writes themselves will report a shortage.
+  }
 }
 
 void DmOutputBuffer::put(const void* data, size_t size) {

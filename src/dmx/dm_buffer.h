@@ -25,6 +25,9 @@ class DmOutputBuffer {
   // Reserves room for size more bytes, to be written through the returned pointer;
   // nullptr once the buffer is in error.
   uint8_t* grow(size_t size);
+  // Room for about size more bytes, so that large arrays are not copied while growing;
+  // only a hint, never an error.
+  void reserve(size_t size);
   void putByte(uint8_t value) { put(&value, 1); }
   void putI32(int32_t value);
   // The text up to its first NUL, then a NUL.

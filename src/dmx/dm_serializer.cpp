@@ -24,6 +24,7 @@ class BinaryWriter {
     writePrefixBlock();
     gatherElements();
     buildStringTable();
+    out_.reserve(estimateSize());
     writeStringTable();
     writeElementList();
     for (const CDmElement* element : list_) writeAttributeBlock(attributesToWrite(*element), false);
@@ -149,6 +150,26 @@ class BinaryWriter {
   void writeStringTable() {
     if (!putCount(strings_.size())) return;
     for (std::string_view text : strings_) out_.putCString(text);
+  }
+
+  // The table, the element list and the array values: nearly the whole body for files
+  // whose size matters.
+  size_t estimateSize() const {
+    size_t size = list_.size() * 24;
+    for (std::string_view text : strings_) size += text.size() + 1;
+    for (const CDmElement* element : list_) {
+      for (size_t i = 0; i < element->attributeCount(); ++i) {
+        const CDmAttribute& attr = element->attribute(i);
+        size_t itemSize = 4;
+        dispatchType(scalarOf(attr.type()), [&](auto tag) {
+          if constexpr (tag.value != DmType::Unknown) {
+            if constexpr (kIsPlain<DmValue<tag.value>>) itemSize = sizeof(DmValue<tag.value>);
+          }
+        });
+        size += 9 + attr.arraySize() * itemSize;
+      }
+    }
+    return size;
   }
 
   // --- elements and ids ---------------------------------------------------------------
