@@ -349,8 +349,8 @@ Result<DmHeader> readDmxHeader(ByteView bytes) {
   // <!-- dmx encoding NAME VERSION format NAME VERSION -->
   std::optional<int> encodingVersion = words.size() == 9 ? parseInt(words[4]) : std::nullopt;
   std::optional<int> formatVersion = words.size() == 9 ? parseInt(words[7]) : std::nullopt;
-  if (!encodingVersion || !formatVersion || words[2] != "encoding" || words[5] != "format" ||
-      words[8] != kHeaderEnd) {
+  if (!encodingVersion || !formatVersion || words[0] != "<!--" || words[1] != "dmx" ||
+      words[2] != "encoding" || words[5] != "format" || words[8] != kHeaderEnd) {
     return Error{format("DMX: malformed header line \"%s\" at offset 0", std::string(line).c_str())};
   }
   DmHeader header;

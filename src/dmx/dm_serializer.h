@@ -8,7 +8,8 @@
 // other files are not listed; references to them are written as id text. The root's
 // element attribute "$prefix_attribute$" is not part of the root's attributes in the file:
 // its element's attributes form the prefix block, and that element is listed only when
-// something else reaches it.
+// something else reaches it. Under "binary_seqids" the listed elements are numbered 1..n in
+// list order, and elements of other files continue the count where first referenced.
 
 #include <cstdint>
 #include <optional>

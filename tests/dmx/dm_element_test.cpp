@@ -162,21 +162,5 @@ TEST(CDmElement, ChildrenAreCreatedInTheSameFile) {
   EXPECT_EQ(tree.size(), 3u);
 }
 
-TEST(CDmAttribute, DefaultsAndFlags) {
-  CDmAttribute attr("orientation", DmType::Quaternion);
-  EXPECT_EQ(*attr.tryValue<DmType::Quaternion>(), (Quaternion{0, 0, 0, 1}));
-  EXPECT_EQ(attr.tryValue<DmType::Vector4>(), nullptr);
-  EXPECT_EQ(attr.typeName(), "quaternion");
-  EXPECT_FALSE(attr.isArray());
-  EXPECT_FALSE(attr.isDontSave());
-  attr.setDontSave(true);
-  EXPECT_TRUE(attr.isDontSave());
-  attr.reset(DmType::StringArray);
-  EXPECT_TRUE(attr.isArray());
-  EXPECT_EQ(attr.arraySize(), 0u);
-  CDmAttribute unknown("odd", DmType::Unknown);
-  EXPECT_EQ(unknown.typeName(), "unknown");
-}
-
 }  // namespace
 }  // namespace zv::dmx

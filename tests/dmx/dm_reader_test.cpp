@@ -164,6 +164,7 @@ TEST(ReadDmx, RejectsOtherHeadersAndEncodings) {
       {"", "no \"<!-- dmx ... -->\" header line"},
       {"<!-- dmx encoding binary 9 format dmx 22 -->", "no \"<!-- dmx"},  // no line end
       {"<!-- dmx encoding binary 9 format dmx -->\n", "malformed header line"},
+      {"<!-- dmxx encoding binary 9 format dmx 22 -->\n", "malformed header line"},
       {"<!-- dmx encoding binary x9 format dmx 22 -->\n", "malformed header line"},
       {"<!-- dmx encoding binary 9 format dmx 22 --!\n", "malformed header line"},
       {"<!-- dmx encoding keyvalues2 1 format dmx 22 -->\n", "encoding \"keyvalues2\" version 1"},
