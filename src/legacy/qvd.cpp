@@ -35,7 +35,8 @@ StudioVertex decodeVertex(const uint8_t* p) {
 // The source ranges [first, first + count) that make up the resolved order.
 std::vector<std::pair<size_t, size_t>> resolvedRanges(const VertexFileHeader& h, ByteView bytes) {
   size_t total = size_t(std::max(h.lodVertexCounts[0], 0));
-  if (h.fixupCount <= 0) return {{0, total}};
+  if (h.fixupCount == 0) return {{0, total}};
+  // A negative count walks no fixups, so nothing is appended.
   std::vector<std::pair<size_t, size_t>> ranges;
   for (const VertexFixup& f : readFixups(bytes, h)) {
     if (f.lod >= 0) ranges.emplace_back(size_t(f.sourceVertex), size_t(f.count));
