@@ -18,8 +18,6 @@ struct Node {
   PendingOffset children;
 };
 
-std::string key(std::string_view name, const std::vector<size_t>& path) { return placeKey(name, path); }
-
 std::vector<size_t> extend(const std::vector<size_t>& path, size_t index) {
   std::vector<size_t> out = path;
   out.push_back(index);
@@ -48,18 +46,21 @@ class StripWriter {
     w_.i32(static_cast<int32_t>(d_.bodyParts.size()));
     Node root{{}, {w_.reserveI32(), 0}};
 
+    auto nothing = [](const Node&) {};
     std::vector<Node> parts = level(
         {root}, "bodypart", [&](const Node&) { return d_.bodyParts.size(); },
-        [&](const Node& n) { w_.i32(static_cast<int32_t>(part(n).models.size())); });
+        [&](const Node& n) { w_.i32(static_cast<int32_t>(part(n).models.size())); }, nothing);
     std::vector<Node> models = level(
         parts, "model", [&](const Node& n) { return part(n).models.size(); },
-        [&](const Node&) { w_.i32(lodCount_); });
+        [&](const Node&) { w_.i32(lodCount_); }, nothing);
     std::vector<Node> lods = level(
         models, "lod", [&](const Node&) { return static_cast<size_t>(std::max(lodCount_, 0)); },
-        [&](const Node& n) { w_.i32(static_cast<int32_t>(model(n).meshes.size())); });
+        [&](const Node& n) { w_.i32(static_cast<int32_t>(model(n).meshes.size())); },
+        [&](const Node& n) { w_.f32(switchPoint(options_, n.path[2])); });
     std::vector<Node> meshes = level(
         lods, "mesh", [&](const Node& n) { return model(n).meshes.size(); },
-        [&](const Node& n) { w_.i32(static_cast<int32_t>(groups(n).size())); });
+        [&](const Node& n) { w_.i32(static_cast<int32_t>(groups(n).size())); },
+        [&](const Node& n) { w_.u8(mesh(n).stripFlags); });
     writeGroups(meshes);
     writeReplacements(replacementField);
     pool_.flush(w_);
@@ -88,10 +89,11 @@ class StripWriter {
     return n.path[2] < m.lods.size() ? m.lods[n.path[2]] : kNone;
   }
 
-  // Writes the children of every parent, parent after parent: each child record is its
-  // fields (written by fields) followed by the offset field to its own children.
-  template <class Count, class Fields>
-  std::vector<Node> level(const std::vector<Node>& parents, const char* name, Count count, Fields fields) {
+  // Writes the children of every parent, parent after parent. Each child record is its
+  // leading fields, the offset field to its own children, then its trailing fields.
+  template <class Count, class Leading, class Trailing>
+  std::vector<Node> level(const std::vector<Node>& parents, const char* name, Count count, Leading leading,
+                          Trailing trailing) {
     std::vector<Node> children;
     for (const Node& parent : parents) {
       w_.patchOffsetHere(parent.children.field, parent.children.base);
@@ -99,20 +101,14 @@ class StripWriter {
       for (size_t i = 0; i < n; ++i) {
         Node child{extend(parent.path, i), {}};
         size_t start = w_.size();
-        where_.set(key(name, child.path), start);
-        fields(child);
+        where_.set(placeKey(name, child.path), start);
+        leading(child);
         child.children = {w_.reserveI32(), start};
-        trailer(name, child);
+        trailing(child);
         children.push_back(std::move(child));
       }
     }
     return children;
-  }
-
-  // Fields that follow the child offset: the LOD's switch point, the mesh's flags.
-  void trailer(std::string_view name, const Node& n) {
-    if (name == "lod") w_.f32(switchPoint(options_, n.path[2]));
-    if (name == "mesh") w_.u8(mesh(n).stripFlags);
   }
 
   void writeGroups(const std::vector<Node>& meshes) {
@@ -129,7 +125,7 @@ class StripWriter {
       for (size_t g = 0; g < list.size(); ++g) {
         const StripGroup& group = list[g];
         Group out{extend(meshNode.path, g), &mesh(meshNode), &group, w_.size(), 0, 0, 0};
-        where_.set(key("stripgroup", out.path), out.start);
+        where_.set(placeKey("stripgroup", out.path), out.start);
         w_.i32(static_cast<int32_t>(group.vertices.size()));
         out.vertices = w_.reserveI32();
         w_.i32(static_cast<int32_t>(indexCount(group)));
@@ -146,12 +142,12 @@ class StripWriter {
       writeStrips(g.path, *g.mesh, *g.group);
     }
     for (const Group& g : all) {
-      where_.set(key("vertices", g.path), w_.size());
+      where_.set(placeKey("vertices", g.path), w_.size());
       w_.patchOffsetHere(g.vertices, g.start);
       for (uint16_t v : g.group->vertices) writeStripVertex(*g.mesh, v);
     }
     for (const Group& g : all) {
-      where_.set(key("indices", g.path), w_.size());
+      where_.set(placeKey("indices", g.path), w_.size());
       w_.patchOffsetHere(g.indices, g.start);
       for (const Strip& strip : g.group->strips) {
         for (uint16_t index : strip.indices) w_.u16(index);
@@ -169,7 +165,7 @@ class StripWriter {
     size_t firstIndex = 0;
     for (size_t s = 0; s < group.strips.size(); ++s) {
       const Strip& strip = group.strips[s];
-      where_.set(key("strip", extend(groupPath, s)), w_.size());
+      where_.set(placeKey("strip", extend(groupPath, s)), w_.size());
       w_.i32(static_cast<int32_t>(strip.indices.size()));
       w_.i32(static_cast<int32_t>(firstIndex));
       w_.i32(static_cast<int32_t>(group.vertices.size()));
