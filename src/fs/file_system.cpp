@@ -91,8 +91,13 @@ std::optional<FileSystem::Located> FileSystem::locateDirect(std::string_view pat
 }
 
 Result<std::vector<uint8_t>> FileSystem::readFile(std::string_view path, std::string_view pathId) const {
+  if (auto archivePath = splitArchivePath(path)) {
+    // Opened here rather than through locateDirect, so the reason an archive fails reaches the user.
+    auto archive = openArchive(archivePath->archive);
+    if (!archive) return archive.error();
+    return archive.value()->read(archivePath->inner);
+  }
   if (auto direct = locateDirect(path)) return direct->source->read(direct->relative);
-  if (splitArchivePath(path)) return Error{"cannot open the archive of " + std::string(path)};
   std::string relative = normalizeRelative(path);
   for (const SearchPath* p : pathsWithId(pathId)) {
     if (p->source->isFile(relative)) return p->source->read(relative);

@@ -179,6 +179,15 @@ TEST_F(QpkArchiveTest, FileSystemNamesFilesInsideArchives) {
   EXPECT_EQ(fs.fullPath(spec + "models/props/crate.qvd", ""),
             "qpk:" + dir_.file("pak01_dir.qpk") + ":Models/Props/crate.qvd");
   EXPECT_FALSE(fs.fullPath(spec + "models/props/none.qvd", ""));
+
+  // A damaged archive named on the command line says why it cannot be read.
+  writeText(dir_.file("bad_dir.qpk"), "garbage, not an archive at all");
+  auto bad = fs.readFile("qpk:bad_dir.qpk:models/a.mdl");
+  ASSERT_FALSE(bad);
+  EXPECT_NE(bad.message().find("cannot open archive " + dir_.file("bad_dir.qpk") + ": not a packed archive"),
+            std::string::npos)
+      << bad.message();
+  EXPECT_TRUE(fs.listFolder("qpk:bad_dir.qpk:models", "*", "").empty());
 }
 
 TEST_F(QpkArchiveTest, DamagedEntriesFailAloneNamingArchiveAndEntry) {
