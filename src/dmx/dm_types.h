@@ -224,7 +224,7 @@ template <class F>
 void dispatchType(DmType t, F&& f) {
   [&]<size_t... I>(std::index_sequence<I...>) {
     size_t slot = slotOf(t);
-    ((slot == I ? (f(std::integral_constant<DmType, typeOfSlot(I)>{}), true) : false) || ...);
+    (void)((slot == I ? (f(std::integral_constant<DmType, typeOfSlot(I)>{}), true) : false) || ...);
   }
   (std::make_index_sequence<kTypeSlots>{});
 }
