@@ -66,6 +66,8 @@ class C_ZV_MDL_Import {
  private:
   std::optional<std::vector<uint8_t>> readFamilyFile(const std::string& path) const;
   std::vector<std::string> subModelNames() const;
+  // The bind pose from the loaded bones, with model-space transforms.
+  void buildSkeleton();
   void indexAnimationNames();
 
   const fs::FileSystem& fileSystem_;

@@ -42,7 +42,32 @@ bool C_ZV_MDL_Import::LoadMDL() {
     return false;
   }
   model_ = std::move(model.value());
+  buildSkeleton();
   return true;
+}
+
+void C_ZV_MDL_Import::buildSkeleton() {
+  std::vector<SkeletonBone>& skeleton = tables_.skeleton;
+  for (const legacy::Bone& bone : model_->mdl.bones) {
+    skeleton.push_back({bone.name, bone.parent, bone.position, bone.quaternion,
+                        quaternionMatrix(bone.quaternion, bone.position)});
+  }
+  // Parents may come after their children in the table. Each bone's unfinished ancestors
+  // are composed top down; the load checked that every parent chain ends.
+  std::vector<bool> done(skeleton.size(), false);
+  std::vector<size_t> chain;
+  for (size_t i = 0; i < skeleton.size(); ++i) {
+    for (size_t at = i; !done[at]; at = size_t(skeleton[at].parent)) {
+      chain.push_back(at);
+      if (skeleton[at].parent < 0) break;
+    }
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+      SkeletonBone& bone = skeleton[*it];
+      if (bone.parent >= 0) bone.modelTransform = skeleton[size_t(bone.parent)].modelTransform * bone.modelTransform;
+      done[*it] = true;
+    }
+    chain.clear();
+  }
 }
 
 }  // namespace zv

@@ -2,11 +2,76 @@
 // The tables the converter builds for one model. Each stage reads what earlier stages
 // left here and adds its own; the converter clears them between models.
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "base/math.h"
+
 namespace zv {
+
+// A bone of the bind pose, in legacy bone order. With -YupToZup the mesh stage turns
+// these into the Z-up frame; every later writer reads them from here.
+struct SkeletonBone {
+  std::string name;  // as the legacy file has it
+  int32_t parent = -1;
+  Vector3 position;        // relative to the parent
+  Quaternion orientation;  // relative to the parent
+  Matrix3x4 modelTransform;
+};
+
+// One material slot per texture of the model: a relative path of the new kind, or empty
+// while unresolved.
+struct MaterialSlots {
+  std::vector<std::string> paths;
+  std::vector<uint8_t> resolved;
+  int resolvedCount = 0;
+};
+
+struct GatheredVertex {
+  Vector3 position;
+  Vector3 normal;
+  Vector4 tangent;  // x, y, z and the handedness sign
+  Vector2 texcoord0;
+  Vector2 texcoord1;
+  std::array<float, 4> weights{};
+  std::array<int32_t, 4> bones{};
+};
+
+// Triangle corners of one strip group, as indices into the part's vertices.
+struct FaceSet {
+  int32_t material = 0;  // material slot
+  std::vector<int32_t> indices;
+};
+
+// The geometry of one body part, sub-model and LOD.
+struct MeshPart {
+  std::string name;
+  int32_t lod = 0;
+  int32_t texcoordSets = 1;
+  std::vector<GatheredVertex> vertices;
+  std::vector<FaceSet> faceSets;
+};
+
+// What the model document needs of the mesh parts, per legacy body part.
+struct BodyGroupMesh {
+  std::string name;
+  float switchThreshold = 0;
+};
+
+struct BodyGroupEntry {
+  int32_t choice = 0;  // sub-model index
+  int32_t lod = 0;
+  std::string meshName;  // base name of the part's mesh file
+  // Empty for a sub-model that has no geometry (an empty body group choice).
+  std::vector<BodyGroupMesh> meshes;
+};
+
+struct BodyGroup {
+  std::string name;
+  std::vector<BodyGroupEntry> entries;  // one per sub-model and LOD, sub-model by sub-model
+};
 
 // One animation to export.
 struct AnimExportRecord {
@@ -28,6 +93,11 @@ struct SequenceRecord {
 };
 
 struct ModelTables {
+  std::vector<SkeletonBone> skeleton;
+  MaterialSlots materials;
+  std::vector<MeshPart> meshParts;
+  std::vector<BodyGroup> bodyGroups;
+  int32_t lodCount = 1;  // LODs exported
   std::vector<AnimExportRecord> animations;
   size_t ownAnimationCount = 0;  // the main model's; the rest come from included models
   std::vector<SequenceRecord> sequences;

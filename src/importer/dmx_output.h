@@ -1,0 +1,16 @@
+#pragma once
+// DMX files leave the converter here: saved in the converter's encoding and written
+// through the output layer.
+
+#include <string_view>
+
+#include "base/result.h"
+#include "dmx/dm_element.h"
+#include "output/output.h"
+
+namespace zv {
+
+// Saves the tree under root ("binary_seqids", format "dmx" 22) to path.
+Status saveDmxFile(Output& output, std::string_view path, const dmx::CDmElement& root);
+
+}  // namespace zv
