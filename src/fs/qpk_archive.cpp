@@ -84,7 +84,9 @@ std::string qpkDataFilePath(const std::string& directoryFile, uint16_t index) {
 }
 
 Result<std::shared_ptr<QpkArchive>> QpkArchive::open(const std::string& path) {
-  std::string location = qpkDirectoryFileFor(path);
+  // Absolute, so that full paths name the file from anywhere.
+  std::string location =
+      std::filesystem::absolute(qpkDirectoryFileFor(path)).lexically_normal().generic_string();
   auto fail = [&](const std::string& why) { return Error{"cannot open archive " + location + ": " + why}; };
   auto file = PositionedFile::open(location);
   if (!file) return fail(file.message());
@@ -109,10 +111,10 @@ Result<std::shared_ptr<QpkArchive>> QpkArchive::open(const std::string& path) {
                                                     std::move(directory.value()), std::move(file.value())));
 }
 
-QpkArchive::QpkArchive(std::string location, std::vector<uint8_t> tree, QpkDirectory directory,
+QpkArchive::QpkArchive(std::string location, std::vector<uint8_t> head, QpkDirectory directory,
                        std::shared_ptr<PositionedFile> file)
     : location_(std::move(location)),
-      tree_(std::move(tree)),
+      head_(std::move(head)),
       directory_(std::move(directory)),
       directoryFile_(std::move(file)) {}
 
@@ -153,7 +155,7 @@ Result<std::vector<uint8_t>> QpkArchive::read(std::string_view relative) const {
   const QpkEntry& entry = directory_.entries[*found];
 
   // The parser checked that the preload bytes lie inside the tree.
-  const uint8_t* preload = tree_.data() + directory_.header.headerSize() + entry.preloadOffset;
+  const uint8_t* preload = head_.data() + directory_.header.headerSize() + entry.preloadOffset;
   std::vector<uint8_t> bytes(preload, preload + entry.preloadSize);
   if (entry.length > 0) {
     std::shared_ptr<PositionedFile> file = directoryFile_;
@@ -181,7 +183,7 @@ Result<std::vector<uint8_t>> QpkArchive::read(std::string_view relative) const {
   }
   uint32_t crc = crc32(bytes);
   if (crc != entry.crc)
-    return Error{describe(entry) + format(": CRC mismatch (stored %08X, data %08X)", entry.crc, crc)};
+    return Error{describe(entry) + format(": CRC mismatch (stored %08X, computed %08X)", entry.crc, crc)};
   return bytes;
 }
 

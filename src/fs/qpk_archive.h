@@ -52,13 +52,13 @@ class QpkArchive final : public ContentSource {
   size_t openDataFileCount() const;
 
  private:
-  QpkArchive(std::string location, std::vector<uint8_t> tree, QpkDirectory directory,
+  QpkArchive(std::string location, std::vector<uint8_t> head, QpkDirectory directory,
              std::shared_ptr<PositionedFile> file);
   Result<std::shared_ptr<PositionedFile>> dataFile(uint16_t index) const;
   std::string describe(const QpkEntry& entry) const;
 
   std::string location_;
-  std::vector<uint8_t> tree_;  // holds the preload bytes
+  std::vector<uint8_t> head_;  // the header and the tree, whose entries carry the preload bytes
   QpkDirectory directory_;
   std::shared_ptr<PositionedFile> directoryFile_;
 

@@ -160,6 +160,11 @@ TEST_F(QpkArchiveTest, LookupsIgnoreCaseAndFullPathsNameTheDirectoryFile) {
   EXPECT_NE(missing.message().find(path), std::string::npos);
   EXPECT_NE(missing.message().find("models/props/none.mdl"), std::string::npos);
   EXPECT_EQ(qpkDataFilePath(path, 7), dir_.file("pak01_007.qpk"));
+
+  zv::testing::ScopedCurrentDir inside(dir_.path());
+  auto relative = open("pak01_dir.qpk");
+  ASSERT_TRUE(relative);
+  EXPECT_EQ(relative->fullPath("readme"), "qpk:" + path + ":README");
 }
 
 TEST_F(QpkArchiveTest, FileSystemNamesFilesInsideArchives) {
