@@ -124,8 +124,9 @@ Result<std::vector<QpkEntry>> parseQpkTree(ByteView tree) {
 
 QpkIndex::QpkIndex() : nodes_(1) {}
 
-QpkIndex::QpkIndex(const std::vector<QpkEntry>& entries) : nodes_(1) {
-  for (size_t i = 0; i < entries.size(); ++i) add(entries[i].path, i);
+QpkIndex::QpkIndex(const std::vector<QpkEntry>& entries)
+    : nodes_(1), nodeLimit_(1 + 2 * entries.size() + kQpkMaxExtraFolders) {
+  for (size_t i = 0; i < entries.size() && complete_; ++i) add(entries[i].path, i);
 }
 
 void QpkIndex::add(std::string_view path, size_t entry) {
@@ -137,8 +138,12 @@ void QpkIndex::add(std::string_view path, size_t entry) {
     bool last = slash == std::string_view::npos;
     auto [it, added] = nodes_[at].children.try_emplace(toLower(piece), static_cast<uint32_t>(nodes_.size()));
     uint32_t child = it->second;
+    if (added && nodes_.size() >= nodeLimit_) {
+      nodes_[at].children.erase(it);
+      complete_ = false;
+      return;
+    }
     if (added) {
-      // emplace_back may move nodes_; `it` points into a map, whose nodes stay put.
       nodes_.push_back(Node{std::string(piece), last ? entry : kNoEntry, {}});
       if (last) return;
     } else if (last || nodes_[child].isFile()) {
@@ -210,6 +215,7 @@ Result<QpkDirectory> parseQpkDirectory(ByteView bytes) {
   auto entries = parseQpkTree(*tree);
   if (!entries) return entries.error();
   QpkIndex index(entries.value());
+  if (!index.complete()) return Error{"the tree is damaged: its names make implausibly many folders"};
   return QpkDirectory{*header, std::move(entries.value()), std::move(index)};
 }
 

@@ -25,9 +25,12 @@ inline constexpr uint16_t kQpkEntryTerminator = 0xFFFF;
 inline constexpr size_t kQpkEntrySize = 18;
 inline constexpr size_t kQpkHeaderSizeV1 = 12;
 inline constexpr size_t kQpkHeaderSizeV2 = 28;
-// No real name comes near this; a longer one is damage, and refusing it keeps the folder
-// index linear in the tree size.
+// No real name comes near this; a longer one is damage.
 inline constexpr size_t kQpkMaxPathLength = 1024;
+// Real archives hold far fewer folders than files. The index allows one folder per file
+// plus this many, so that a tree of distinct deep names cannot make it tens of times
+// larger than the tree itself.
+inline constexpr size_t kQpkMaxExtraFolders = 65536;
 
 struct QpkHeader {
   uint32_t version = 0;
@@ -78,6 +81,9 @@ class QpkIndex {
   std::vector<DirEntry> list(std::string_view folder) const;
   // relative with each piece spelled as the archive stores it, when it names something.
   std::optional<std::string> storedPath(std::string_view relative) const;
+  // False when the names made more folders than kQpkMaxExtraFolders allows; entries past
+  // that point were left out.
+  bool complete() const { return complete_; }
 
  private:
   static constexpr size_t kNoEntry = static_cast<size_t>(-1);
@@ -92,6 +98,8 @@ class QpkIndex {
   std::optional<uint32_t> walk(std::string_view relative, std::string* spelled = nullptr) const;
 
   std::vector<Node> nodes_;  // [0] is the root folder
+  size_t nodeLimit_ = 0;
+  bool complete_ = true;
 };
 
 // A directory file's header, tree and index from its first bytes (at least header and

@@ -196,5 +196,28 @@ TEST(QpkIndex, DeepNamesAreWalkedWithoutRecursion) {
   EXPECT_EQ(names(index.list(deep)), (std::vector<std::string>{"leaf.txt"}));
 }
 
+TEST(QpkIndex, TreesOfDistinctDeepNamesAreRefused) {
+  // 200 files, each below 499 folders of its own: far more folders than any real archive.
+  auto tree = [](int files) {
+    Tree t;
+    t.u32(kQpkSignature).u32(1).u32(0).str("txt");
+    for (int i = 0; i < files; ++i) {
+      std::string folder = std::to_string(i);
+      for (int depth = 1; depth < 499; ++depth) folder += "/d";
+      t.str(folder).str("f").entry().str("");
+    }
+    t.str("").str("");
+    uint32_t size = static_cast<uint32_t>(t.bytes.size() - kQpkHeaderSizeV1);
+    for (int k = 0; k < 4; ++k) t.bytes[8 + k] = static_cast<uint8_t>(size >> (8 * k));
+    return t;
+  };
+  auto refused = parseQpkDirectory(tree(200).view());
+  ASSERT_FALSE(refused);
+  EXPECT_NE(refused.message().find("implausibly many folders"), std::string::npos) << refused.message();
+  auto accepted = parseQpkDirectory(tree(100).view());
+  ASSERT_TRUE(accepted) << accepted.message();
+  EXPECT_EQ(accepted->index.find(accepted->entries[99].path), 99u);
+}
+
 }  // namespace
 }  // namespace zv::fs
