@@ -51,12 +51,16 @@ std::string joinName(std::string_view folder, std::string_view name, std::string
     full.push_back('.');
     full.append(extension);
   }
-  std::string normal = normalizeRelative(full);
-  size_t lead = normal.find_first_not_of('/');
-  return lead == std::string::npos ? std::string() : normal.substr(lead);
+  return normalizeQpkPath(full);
 }
 
 }  // namespace
+
+std::string normalizeQpkPath(std::string_view path) {
+  std::string normal = normalizeRelative(path);
+  size_t lead = normal.find_first_not_of('/');
+  return lead == std::string::npos ? std::string() : normal.substr(lead);
+}
 
 Result<QpkHeader> parseQpkHeader(ByteView bytes) {
   auto signature = bytes.read<uint32_t>(0);

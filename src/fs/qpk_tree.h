@@ -58,6 +58,9 @@ struct QpkEntry {
   uint64_t totalSize() const { return uint64_t{preloadSize} + length; }
 };
 
+// A name as the archive index keys it: "/"-separated, normalised, no leading separator.
+std::string normalizeQpkPath(std::string_view path);
+
 // The header at the start of bytes; bytes may be longer than the header.
 Result<QpkHeader> parseQpkHeader(ByteView bytes);
 

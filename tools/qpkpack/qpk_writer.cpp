@@ -49,9 +49,7 @@ struct TreeName {
 };
 
 Result<TreeName> treeName(const PackedFile& file) {
-  std::string path = fs::normalizeRelative(file.path);
-  size_t lead = path.find_first_not_of('/');
-  path = lead == std::string::npos ? std::string() : path.substr(lead);
+  std::string path = fs::normalizeQpkPath(file.path);
   auto refuse = [&](const char* why) { return Error{"cannot pack \"" + file.path + "\": " + why}; };
   if (path.empty()) return refuse("empty name");
   if (path == ".." || path.starts_with("../")) return refuse("the name leaves the archive");
