@@ -9,6 +9,10 @@ namespace zv {
 
 // ---- values ----
 
+Kv3Value Kv3Value::makeArray() { return makeArray(Array()); }
+
+Kv3Value Kv3Value::makeObject() { return makeObject(Object()); }
+
 Kv3Value Kv3Value::makeArray(Array elements) {
   Kv3Value value;
   value.data_ = std::move(elements);

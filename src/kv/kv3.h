@@ -22,24 +22,29 @@ class Kv3Value {
   using Array = std::vector<Kv3Value>;
   using Object = std::vector<Kv3Member>;  // members in insertion order
 
-  Kv3Value() = default;
-  Kv3Value(std::nullptr_t) {}             // NOLINT(google-explicit-constructor)
-  Kv3Value(bool value) : data_(value) {}  // NOLINT(google-explicit-constructor)
+  // Defined below Kv3Member: an object holds members, which must be complete first.
+  Kv3Value();
+  Kv3Value(std::nullptr_t);  // NOLINT(google-explicit-constructor)
+  Kv3Value(bool value);      // NOLINT(google-explicit-constructor)
   template <std::integral T>
-  requires(!std::same_as<T, bool>) Kv3Value(T value)
-      : data_(static_cast<int64_t>(value)) {}  // NOLINT(google-explicit-constructor)
+  requires(!std::same_as<T, bool>) Kv3Value(T value);  // NOLINT(google-explicit-constructor)
   // Floats stay 32-bit so they are written in the shortest form of a float.
-  Kv3Value(float value) : data_(value) {}   // NOLINT(google-explicit-constructor)
-  Kv3Value(double value) : data_(value) {}  // NOLINT(google-explicit-constructor)
+  Kv3Value(float value);   // NOLINT(google-explicit-constructor)
+  Kv3Value(double value);  // NOLINT(google-explicit-constructor)
   // A null pointer gives a null value rather than undefined behaviour.
-  Kv3Value(const char* value) {  // NOLINT(google-explicit-constructor)
-    if (value != nullptr) data_ = std::string(value);
-  }
-  Kv3Value(std::string value) : data_(std::move(value)) {}         // NOLINT(google-explicit-constructor)
-  Kv3Value(std::string_view value) : data_(std::string(value)) {}  // NOLINT(google-explicit-constructor)
+  Kv3Value(const char* value);       // NOLINT(google-explicit-constructor)
+  Kv3Value(std::string value);       // NOLINT(google-explicit-constructor)
+  Kv3Value(std::string_view value);  // NOLINT(google-explicit-constructor)
+  Kv3Value(const Kv3Value&);
+  Kv3Value(Kv3Value&&) noexcept;
+  Kv3Value& operator=(const Kv3Value&);
+  Kv3Value& operator=(Kv3Value&&) noexcept;
+  ~Kv3Value();
 
-  static Kv3Value makeArray(Array elements = {});
-  static Kv3Value makeObject(Object members = {});
+  static Kv3Value makeArray();
+  static Kv3Value makeArray(Array elements);
+  static Kv3Value makeObject();
+  static Kv3Value makeObject(Object members);
   static Kv3Value makeObject(std::initializer_list<Kv3Member> members);
 
   Type type() const { return static_cast<Type>(data_.index()); }
@@ -80,6 +85,24 @@ struct Kv3Member {
   Kv3Value value;
   friend bool operator==(const Kv3Member& a, const Kv3Member& b) = default;
 };
+
+inline Kv3Value::Kv3Value() = default;
+inline Kv3Value::Kv3Value(std::nullptr_t) {}
+inline Kv3Value::Kv3Value(bool value) : data_(value) {}
+template <std::integral T>
+requires(!std::same_as<T, bool>) inline Kv3Value::Kv3Value(T value) : data_(static_cast<int64_t>(value)) {}
+inline Kv3Value::Kv3Value(float value) : data_(value) {}
+inline Kv3Value::Kv3Value(double value) : data_(value) {}
+inline Kv3Value::Kv3Value(const char* value) {
+  if (value != nullptr) data_ = std::string(value);
+}
+inline Kv3Value::Kv3Value(std::string value) : data_(std::move(value)) {}
+inline Kv3Value::Kv3Value(std::string_view value) : data_(std::string(value)) {}
+inline Kv3Value::Kv3Value(const Kv3Value&) = default;
+inline Kv3Value::Kv3Value(Kv3Value&&) noexcept = default;
+inline Kv3Value& Kv3Value::operator=(const Kv3Value&) = default;
+inline Kv3Value& Kv3Value::operator=(Kv3Value&&) noexcept = default;
+inline Kv3Value::~Kv3Value() = default;
 
 // A name with its version GUID ("text" / "e21c7f3c-..."); braces around the GUID are optional.
 struct Kv3Id {
