@@ -200,11 +200,12 @@ Node* ModelDocument::createNode(std::string_view className, std::string_view nam
   const NodeClass* nodeClass = findNodeClass(className);
   if (nodeClass == nullptr || nodeClass->role == NodeRole::List) return nullptr;
   if (parent == nullptr) parent = rootList("GameDataList");
-  if (parent->owner_ != this || !parent->class_->canHoldChildren()) return nullptr;
+  if (parent == nullptr || parent->owner_ != this || !parent->class_->canHoldChildren()) return nullptr;
   return makeNode(*nodeClass, name, parent);
 }
 
 Node* ModelDocument::makeNode(const NodeClass& nodeClass, std::string_view name, Node* parent) {
+  if (nodes_.size() >= nodeLimit_) return nullptr;
   nodes_.push_back(std::unique_ptr<Node>(new Node(this, nodeClass, std::string(name))));
   Node* node = nodes_.back().get();
   node->link(parent);

@@ -110,6 +110,12 @@ class ModelDocument {
   // or the parent cannot hold children or belongs to another document.
   Node* createNode(std::string_view className, std::string_view name, Node* parent);
 
+  // Once the document holds this many nodes (root lists included, the root not), node
+  // creation and new root lists answer nullptr. No limit by default; a caller can bound
+  // what untrusted tables build, and tests can make creation fail at a chosen node.
+  void setNodeLimit(size_t limit) { nodeLimit_ = limit; }
+  size_t nodeCount() const { return nodes_.size(); }
+
   // Moves the node, with its children, to the end of newParent's children. False when the
   // move is impossible: the root, a parent that cannot hold children, from another
   // document, or the node itself or one of its descendants.
@@ -128,6 +134,7 @@ class ModelDocument {
   DocumentKind kind_;
   std::unique_ptr<Node> root_;
   std::vector<std::unique_ptr<Node>> nodes_;  // every node but the root, in creation order
+  size_t nodeLimit_ = SIZE_MAX;
 };
 
 // Starts the library once per process. A second call is a fatal error: it logs "Calling

@@ -549,6 +549,21 @@ TEST_F(EveryClassDocument, IsAcceptedByTheIndependentReader) {
   EXPECT_NE(result->output.find("RootNode=1"), std::string::npos) << result->output;
 }
 
+TEST(ModelDocumentLimit, CreationFailsOnceTheLimitIsReached) {
+  ModelDocument doc;
+  doc.setNodeLimit(2);
+  Node* skeleton = doc.rootList("Skeleton");
+  ASSERT_NE(doc.createNode("Bone", "a", skeleton), nullptr);
+  EXPECT_EQ(doc.createNode("Bone", "b", skeleton), nullptr);
+  // Neither a new root list nor the default place for parentless nodes can be made.
+  EXPECT_EQ(doc.rootList("PoseParamList"), nullptr);
+  EXPECT_EQ(doc.createNode("GenericGameData", "", nullptr), nullptr);
+  // An existing list is still fetched; the document saves what it holds.
+  EXPECT_EQ(doc.rootList("Skeleton"), skeleton);
+  EXPECT_EQ(doc.nodeCount(), 2u);
+  EXPECT_EQ(savedClasses(savedRootChildren(doc)), std::vector<std::string>{"Skeleton"});
+}
+
 TEST(ModelDocLib, StartingTwiceIsFatal) {
   LogCapture capture;
   ASSERT_TRUE(InitModelDocLib());
