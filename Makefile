@@ -18,7 +18,7 @@ test: build
 
 demo: build
 	rm -rf out
-	./build/zv_mdl_import -o out -i samples -r samples/*.mdl
+	./build/zv_mdl_import -o out -i samples -r "samples/*.mdl"
 
 asan:
 	cmake --preset asan
