@@ -54,6 +54,10 @@ class C_ZV_MDL_Import {
   bool WriteRefs();
   bool WritePrefab();
 
+  // Resolves material slot materialIndex for a LOD of the strip file: the first texture
+  // directory under which its legacy material exists wins; a resolved slot is kept.
+  void AddMaterial(int32_t lod, int32_t materialIndex);
+
   const ModelSettings& settings() const { return settings_; }
   const ModelPaths& paths() const { return paths_; }
   ModelTables& tables() { return tables_; }
@@ -69,6 +73,10 @@ class C_ZV_MDL_Import {
   // The bind pose from the loaded bones, with model-space transforms.
   void buildSkeleton();
   void indexAnimationNames();
+  // Mesh extraction helpers.
+  const std::string& legacyMaterialName(int32_t lod, int32_t materialIndex) const;
+  void finishMaterials();
+  MeshPart extractPart(size_t bodyPart, size_t subModel, int32_t lod, const legacy::StripModelLod& strips);
 
   const fs::FileSystem& fileSystem_;
   Output& output_;

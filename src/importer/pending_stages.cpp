@@ -8,9 +8,7 @@ namespace zv {
 // No collision reader yet: no model has a valid collision file.
 bool C_ZV_MDL_Import::LoadPhysics() { return false; }
 bool C_ZV_MDL_Import::ExtractAnims() { return true; }
-bool C_ZV_MDL_Import::ExtractMeshes() { return true; }
 bool C_ZV_MDL_Import::WriteAnimation(size_t) { return true; }
-bool C_ZV_MDL_Import::WriteMeshes() { return true; }
 bool C_ZV_MDL_Import::WritePhysics() { return true; }
 bool C_ZV_MDL_Import::WriteQmdl(bool) { return true; }
 bool C_ZV_MDL_Import::WritePrefab() { return true; }

@@ -1,0 +1,69 @@
+#include "importer/dmx_skeleton.h"
+
+#include "importer/names.h"
+
+namespace zv {
+namespace {
+
+dmx::CDmElement* createTransform(dmx::DmElementTree& tree, std::string_view name, const Vector3& position,
+                                 const Quaternion& orientation) {
+  dmx::CDmElement* transform = tree.create("DmeTransform", name);
+  transform->setVector3("position", position);
+  transform->setQuaternion("orientation", orientation);
+  return transform;
+}
+
+// Dag attributes in the order readers expect: transform, shape, visible, children.
+dmx::CDmElement* createJoint(dmx::DmElementTree& tree, const SkeletonBone& bone) {
+  std::string name = ConvertBoneName(bone.name);
+  dmx::CDmElement* joint = tree.create("DmeJoint", name);
+  joint->setElement("transform", createTransform(tree, name, bone.position, bone.orientation));
+  joint->setElement("shape", nullptr);
+  joint->setBool("visible", true);
+  joint->addElementArray("children");
+  joint->setBool("lockInfluenceWeights", false);
+  return joint;
+}
+
+}  // namespace
+
+dmx::CDmElement* addTransform(dmx::CDmElement& owner, std::string_view attribute, std::string_view name,
+                              const Vector3& position, const Quaternion& orientation) {
+  dmx::CDmElement* transform = createTransform(*owner.file(), name, position, orientation);
+  owner.setElement(attribute, transform);
+  return transform;
+}
+
+dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view modelName,
+                                  const std::vector<SkeletonBone>& bones) {
+  dmx::CDmElement* model = tree.create("DmeModel", modelName);
+  addTransform(*model, "transform", modelName, {}, {});
+  model->setElement("shape", nullptr);
+  model->setBool("visible", true);
+  std::vector<dmx::CDmElement*>& children = model->addElementArray("children");
+
+  std::vector<dmx::CDmElement*> joints;
+  joints.reserve(bones.size());
+  for (const SkeletonBone& bone : bones) joints.push_back(createJoint(tree, bone));
+  for (size_t i = 0; i < bones.size(); ++i) {
+    int32_t parent = bones[i].parent;
+    bool hasParent = parent >= 0 && size_t(parent) < bones.size() && size_t(parent) != i;
+    (hasParent ? joints[size_t(parent)]->addElementArray("children") : children).push_back(joints[i]);
+  }
+  model->addElementArray("jointList") = joints;
+
+  dmx::CDmElement* base = tree.create("DmeTransformList", "base");
+  std::vector<dmx::CDmElement*>& transforms = base->addElementArray("transforms");
+  for (const SkeletonBone& bone : bones) {
+    transforms.push_back(createTransform(tree, ConvertBoneName(bone.name), bone.position, bone.orientation));
+  }
+  model->addElementArray("baseStates") = {base};
+
+  dmx::CDmElement* axes = model->addElement("axisSystem", "DmeAxisSystem", "axisSystem");
+  axes->setInt("upAxis", 3);
+  axes->setInt("forwardParity", 1);
+  axes->setInt("coordSys", 0);
+  return model;
+}
+
+}  // namespace zv

@@ -1,0 +1,25 @@
+#pragma once
+// The skeleton as every DMX file of a model carries it: a DmeModel whose children are the
+// root joints, with every joint in legacy bone order in "jointList" (blend indices and
+// animation channels refer to that order), the bind pose in "baseStates" and the axis
+// system.
+
+#include <string_view>
+#include <vector>
+
+#include "dmx/dm_element.h"
+#include "importer/tables.h"
+
+namespace zv {
+
+// Creates the DmeModel in tree. Joints carry their parent-relative bind pose and are named
+// through ConvertBoneName. Callers add their own nodes to the model's "children" after
+// the root joints.
+dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view modelName,
+                                  const std::vector<SkeletonBone>& bones);
+
+// A DmeTransform with the given pose, set as element attribute `attribute` of owner.
+dmx::CDmElement* addTransform(dmx::CDmElement& owner, std::string_view attribute, std::string_view name,
+                              const Vector3& position, const Quaternion& orientation);
+
+}  // namespace zv

@@ -1,0 +1,139 @@
+#include "importer/mesh_dmx.h"
+
+#include "base/path.h"
+#include "base/strings.h"
+#include "importer/dmx_skeleton.h"
+#include "kv/keyvalues.h"
+
+namespace zv {
+namespace {
+
+constexpr int32_t kStaticPropFlag = 0x10;
+// Joint slots written per vertex; the legacy files fill at most three.
+constexpr size_t kJointCount = 3;
+
+// The vertex fields of the "bind" state, created in file order before any is filled.
+struct VertexFields {
+  std::vector<Vector3>* positions;
+  std::vector<Vector3>* normals;
+  std::vector<Vector2>* texcoords0;
+  std::vector<Vector4>* tangents;
+  std::vector<Vector2>* texcoords1;  // nullptr for parts with one set
+  std::vector<float>* weights;
+  std::vector<int32_t>* joints;
+  std::vector<std::vector<int32_t>*> indexLists;
+};
+
+VertexFields addVertexFields(dmx::CDmElement& data, bool twoSets) {
+  std::vector<std::string> format{"position$0", "normal$0", "texcoord$0", "tangent$0"};
+  if (twoSets) format.push_back("texcoord$1");
+  format.insert(format.end(), {"blendweights$0", "blendindices$0"});
+  data.stringArray("vertexFormat") = format;
+  data.setInt("jointCount", int32_t(kJointCount));
+  // Texture coordinates are stored as the legacy files hold them.
+  data.setBool("flipVCoordinates", false);
+
+  VertexFields f{};
+  auto indices = [&](const char* field) { f.indexLists.push_back(&data.intArray(std::string(field) + "Indices")); };
+  f.positions = &data.vector3Array("position$0");
+  indices("position$0");
+  f.normals = &data.vector3Array("normal$0");
+  indices("normal$0");
+  f.texcoords0 = &data.vector2Array("texcoord$0");
+  indices("texcoord$0");
+  f.tangents = &data.vector4Array("tangent$0");
+  indices("tangent$0");
+  if (twoSets) {
+    f.texcoords1 = &data.vector2Array("texcoord$1");
+    indices("texcoord$1");
+  }
+  // Joint fields follow position$0 value for value and have no index list.
+  f.weights = &data.floatArray("blendweights$0");
+  f.joints = &data.intArray("blendindices$0");
+  return f;
+}
+
+void fillVertices(VertexFields& f, const std::vector<GatheredVertex>& vertices) {
+  for (const GatheredVertex& v : vertices) {
+    f.positions->push_back(v.position);
+    f.normals->push_back(v.normal);
+    f.texcoords0->push_back(v.texcoord0);
+    f.tangents->push_back(v.tangent);
+    if (f.texcoords1) f.texcoords1->push_back(v.texcoord1);
+    for (size_t k = 0; k < kJointCount; ++k) {
+      f.weights->push_back(v.weights[k]);
+      f.joints->push_back(v.bones[k]);
+    }
+  }
+}
+
+std::string materialPath(const MaterialSlots& materials, int32_t slot) {
+  return slot >= 0 && size_t(slot) < materials.paths.size() ? materials.paths[size_t(slot)] : std::string();
+}
+
+// One face set per strip group; corners continue from `corner`, which is advanced.
+dmx::CDmElement* addFaceSet(dmx::DmElementTree& tree, const FaceSet& faces, const MaterialSlots& materials,
+                            int32_t& corner, VertexFields& fields) {
+  dmx::CDmElement* faceSet = tree.create("DmeFaceSet", "faceSet");
+  std::string material = materialPath(materials, faces.material);
+  dmx::CDmElement* element = faceSet->addElement("material", "DmeMaterial", material);
+  element->setString("mtlName", path::toForwardSlashes(material));
+  size_t triangles = faces.indices.size() / 3;
+  std::vector<int32_t>& list = faceSet->intArray("faces");
+  list.reserve(4 * triangles);
+  for (size_t t = 0; t < triangles; ++t) {
+    for (size_t k = 0; k < 3; ++k) {
+      list.push_back(corner++);
+      for (std::vector<int32_t>* indices : fields.indexLists) indices->push_back(faces.indices[3 * t + k]);
+    }
+    list.push_back(-1);
+  }
+  return faceSet;
+}
+
+}  // namespace
+
+dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& part,
+                                   const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials) {
+  dmx::CDmElement* root = tree.create("DmElement", "root");
+  dmx::CDmElement* model = addSkeletonModel(tree, "model", skeleton);
+  root->setElement("skeleton", model);
+  root->setElement("model", model);
+
+  dmx::CDmElement* dag = tree.create("DmeDag", part.name);
+  addTransform(*dag, "transform", part.name, {}, {});
+  dmx::CDmElement* mesh = dag->addElement("shape", "DmeMesh", part.name);
+  dag->setBool("visible", true);
+  // Readers look at the shape only when a dag has no children.
+  dag->addElementArray("children");
+  model->addElementArray("children").push_back(dag);
+
+  mesh->setBool("visible", true);
+  dmx::CDmElement* bind = tree.create("DmeVertexData", "bind");
+  mesh->setElement("bindState", bind);
+  mesh->setElement("currentState", bind);
+  mesh->addElementArray("baseStates") = {bind};
+  mesh->addElementArray("deltaStates");
+  std::vector<dmx::CDmElement*>& faceSets = mesh->addElementArray("faceSets");
+
+  VertexFields fields = addVertexFields(*bind, part.texcoordSets == 2);
+  fillVertices(fields, part.vertices);
+  int32_t corner = 0;
+  for (const FaceSet& faces : part.faceSets) faceSets.push_back(addFaceSet(tree, faces, materials, corner, fields));
+  return root;
+}
+
+bool allowsStaticProp(const legacy::MdlFile& mdl) {
+  if ((mdl.header.flags & kStaticPropFlag) == 0) return false;
+  // The text is one named block (the model's key values) holding the others.
+  auto text = KeyValues::parse(mdl.keyValues);
+  if (!text || text->children().empty() || !text->children().front().isSection()) return true;
+  const KeyValues* propData = text->children().front().find("prop_data");
+  return !(propData && propData->getInt("allowstatic") == 0);
+}
+
+std::string meshInfoText(bool staticProp, int32_t texcoordSets) {
+  return format("{\n\"staticprop\": %d,\n\"numuvs\": %d\n}\n", staticProp ? 1 : 0, texcoordSets);
+}
+
+}  // namespace zv
