@@ -204,13 +204,13 @@ std::optional<std::string> findGameArgument(const std::vector<std::string>& args
   return mod;
 }
 
-std::vector<std::string> gatherFiles(const fs::FileSystem& fileSystem, std::string_view specification, bool recurse) {
+std::vector<std::string> gatherFiles(const fs::FileSystem& fileSystem, std::string_view filespec, bool recurse) {
   std::string prefix;
-  std::string_view rest = specification;
-  if (fs::splitArchivePath(specification)) {
-    size_t innerStart = findNoCase(specification, ".qpk:") + 5;
-    prefix = std::string(specification.substr(0, innerStart));
-    rest = specification.substr(innerStart);
+  std::string_view rest = filespec;
+  if (fs::splitArchivePath(filespec)) {
+    size_t innerStart = findNoCase(filespec, ".qpk:") + 5;
+    prefix = std::string(filespec.substr(0, innerStart));
+    rest = filespec.substr(innerStart);
   }
   std::string folder = prefix + std::string(path::parent(rest));
   std::string_view pattern = path::fileName(rest);

@@ -23,10 +23,10 @@ bool parseCommandLine(const std::vector<std::string>& args, RunOptions& options,
 // The mod the command line names with "-game <mod>", read before anything else starts.
 std::optional<std::string> findGameArgument(const std::vector<std::string>& args);
 
-// Expands one file specification ("folder/pattern", "qpk:<archive>:folder/pattern") into
+// Expands one file filespec ("folder/pattern", "qpk:<archive>:folder/pattern") into
 // the names of the files it matches: a folder's own files (sorted by name) before those
 // of its sub-folders when recursing.
-std::vector<std::string> gatherFiles(const fs::FileSystem& fileSystem, std::string_view specification, bool recurse);
+std::vector<std::string> gatherFiles(const fs::FileSystem& fileSystem, std::string_view filespec, bool recurse);
 
 // The output folder of an input file: nothing only for an archive path without ".qpk:".
 std::optional<std::string> mapOutputFolder(std::string_view inputFile, const std::optional<std::string>& inputRoot,

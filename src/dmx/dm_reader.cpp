@@ -56,7 +56,7 @@ class BodyReader {
   }
 
  private:
-  size_t left() const { return bytes_.size() - pos_; }
+  size_t remaining() const { return bytes_.size() - pos_; }
 
   bool fail(const std::string& what) {
     error_ = format("DMX: %s at offset %zu", what.c_str(), pos_);
@@ -64,9 +64,9 @@ class BodyReader {
   }
 
   bool take(size_t size, const uint8_t*& data, const char* what) {
-    if (size > left())
+    if (size > remaining())
       return fail(
-          format("unexpected end of data reading %s (%zu bytes needed, %zu left)", what, size, left()));
+          format("unexpected end of data reading %s (%zu bytes needed, %zu left)", what, size, remaining()));
     data = bytes_.data() + pos_;
     pos_ += size;
     return true;
@@ -99,9 +99,9 @@ class BodyReader {
     int32_t raw;
     if (!readI32(raw, what)) return false;
     if (raw < 0 || static_cast<size_t>(raw) > kMaxTableItems ||
-        static_cast<size_t>(raw) > left() / std::max<size_t>(minSize, 1)) {
+        static_cast<size_t>(raw) > remaining() / std::max<size_t>(minSize, 1)) {
       pos_ -= 4;
-      return fail(format("%s %d is impossible with %zu bytes left", what, raw, left() - 4));
+      return fail(format("%s %d is impossible with %zu bytes left", what, raw, remaining() - 4));
     }
     count = static_cast<size_t>(raw);
     return true;
