@@ -14,6 +14,10 @@
 #include "legacy/family.h"
 #include "output/output.h"
 
+namespace zv::modeldoc {
+class ModelDocument;
+}
+
 namespace zv {
 
 // The per-model settings, copied from the run options for one input file.
@@ -51,6 +55,8 @@ class C_ZV_MDL_Import {
   bool WriteMeshes();
   bool WritePhysics();
   bool WriteQmdl(bool isStatic);
+  // WriteQmdl into a document the caller made, e.g. one with a node limit.
+  bool writeModelDocument(modeldoc::ModelDocument& document, bool isStatic);
   bool WriteRefs();
   bool WritePrefab();
 

@@ -10,7 +10,6 @@ bool C_ZV_MDL_Import::LoadPhysics() { return false; }
 bool C_ZV_MDL_Import::ExtractAnims() { return true; }
 bool C_ZV_MDL_Import::WriteAnimation(size_t) { return true; }
 bool C_ZV_MDL_Import::WritePhysics() { return true; }
-bool C_ZV_MDL_Import::WriteQmdl(bool) { return true; }
 bool C_ZV_MDL_Import::WritePrefab() { return true; }
 
 }  // namespace zv
