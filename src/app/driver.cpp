@@ -8,6 +8,7 @@
 #include "fs/file_system.h"
 #include "fs/game_info.h"
 #include "importer/converter.h"
+#include "modeldoc/model_document.h"
 #include "output/output.h"
 #include "scm/source_control.h"
 
@@ -83,6 +84,11 @@ int runDriver(const std::vector<std::string>& args) {
     mainLog().logColor(Severity::Error, colors::kRed, "SSE and SSE2 are required.\n");
     return 1;
   }
+  if (!modeldoc::InitModelDocLib()) return 1;
+  // Shut down with the run on every way out, so that a later run in the process starts it again.
+  struct ModelDocLibRun {
+    ~ModelDocLibRun() { modeldoc::ShutdownModelDocLib(); }
+  } modelDocLibRun;
   std::unique_ptr<scm::SourceControl> sourceControl = startSourceControl(options);
   if (LogChannel* perforce = findLogChannel("Perforce")) perforce->setVerbosity(1);
   Output output(*options.outputRoot, sourceControl.get());
