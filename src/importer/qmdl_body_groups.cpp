@@ -82,6 +82,12 @@ void QmdlWriter::writeBodyGroups() {
   }
 }
 
+std::string QmdlWriter::bodyGroupName(size_t bodyPart) const {
+  // The body group table has one entry per body part, with repeated names made unique.
+  if (bodyPart < tables_.bodyGroups.size()) return tables_.bodyGroups[bodyPart].name;
+  return mdl_.bodyParts[bodyPart].name;
+}
+
 void QmdlWriter::writeBodyGroupPresets() {
   for (const legacy::BodyGroupPreset& preset : mdl_.bodyGroupPresets) {
     modeldoc::Node* node = document_.createNode("GenericGameData", "", nullptr);
@@ -91,13 +97,14 @@ void QmdlWriter::writeBodyGroupPresets() {
     // Value and mask encode one digit per body part in the mixed radix of the parts'
     // sub-model counts; a mask digit of 1 marks a part the preset sets.
     int k = 0;
-    for (const legacy::BodyPart& part : mdl_.bodyParts) {
+    for (size_t p = 0; p < mdl_.bodyParts.size(); ++p) {
+      const legacy::BodyPart& part = mdl_.bodyParts[p];
       int64_t base = part.base;
       int64_t count = int64_t(part.models.size());
       if (base <= 0 || count <= 0) continue;
       if ((preset.mask / base) % count != 1) continue;
       int64_t choice = (preset.value / base) % count;
-      node->setGameKey(format("bodygroup_name_%d", k), SanitizeNodeName(part.name));
+      node->setGameKey(format("bodygroup_name_%d", k), SanitizeNodeName(bodyGroupName(p)));
       node->setGameKey(format("bodygroup_choice_%d", k), std::to_string(choice));
       ++k;
     }

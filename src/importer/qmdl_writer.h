@@ -38,6 +38,8 @@ class QmdlWriter {
   modeldoc::Node* createInList(std::string_view listClass, std::string_view nodeClass, std::string_view name);
   // The converted name of a bone of the skeleton table; empty for an index outside it.
   std::string boneReference(int32_t bone) const;
+  // The name of a body part's body group node, before sanitising.
+  std::string bodyGroupName(size_t bodyPart) const;
 
   const C_ZV_MDL_Import& converter_;
   const legacy::MdlFile& mdl_;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <string>
@@ -818,6 +819,62 @@ TEST(QmdlDocument, ASaveThatTheOutputRefusesIsLoggedInRedAndFails) {
   EXPECT_TRUE(found) << log.text();
   // Why the output layer refused is said too.
   EXPECT_EQ(log.count("lies outside the output root"), 1u);
+}
+
+// ---- the whole pipeline -----------------------------------------------------------------------
+
+TEST(QmdlPipeline, TheDocumentNamesWhatTheGeometryStageWrote) {
+  mdlforge::Description d = crateModel();
+  d.textures = {"crate", "crate_old"};
+  d.skinFamilies = {{0, 1}, {1, 1}};
+  // Two body parts of one name: the second one's body group is renamed, and the preset
+  // that sets it must name it the same way.
+  d.bodyParts = {bodyPart("studio", {subModel("crate"), subModel("blank", false)}),
+                 bodyPart("studio", {subModel("lid"), subModel("lid_open")})};
+  d.presets = {{"open", 2, 2}};
+  WriterFixture f(d);
+  zv::testing::writeText(f.dir.file("materials/models/props/crate.qmt"), "");
+  zv::testing::writeText(f.dir.file("materials/models/props/crate_old.qmt"), "");
+  f.converter.Setup(f.options, 0);
+  ASSERT_TRUE(f.converter.Convert());
+  Kv3Value root = f.readBack();
+
+  std::vector<std::string> renderMeshes;
+  for (const Kv3Value* file : childrenOf(childOf(root, "RenderMeshList"), "RenderMeshFile")) {
+    renderMeshes.push_back(textOf(*file, "name"));
+    EXPECT_TRUE(std::filesystem::is_regular_file(f.dir.path() / "out" / textOf(*file, "filename")))
+        << textOf(*file, "filename");
+  }
+  EXPECT_EQ(renderMeshes.size(), 3u);
+  std::vector<const Kv3Value*> groups = childrenOf(childOf(root, "BodyGroupList"), "BodyGroup");
+  ASSERT_EQ(namesOf(groups), (std::vector<std::string>{"studio", "studio_part1"}));
+  size_t chosen = 0;
+  for (const Kv3Value* group : groups) {
+    for (const Kv3Value* choice : childrenOf(*group)) {
+      for (const std::string& mesh : stringsOf(*choice, "meshes")) {
+        EXPECT_NE(std::find(renderMeshes.begin(), renderMeshes.end(), mesh), renderMeshes.end()) << mesh;
+        ++chosen;
+      }
+    }
+  }
+  EXPECT_EQ(chosen, 3u);
+  EXPECT_EQ(gameKeysOf(childOf(childOf(root, "GameDataList"), "GenericGameData")),
+            (std::vector<std::string>{"name=open", "bodygroup_name_0=studio_part1", "bodygroup_choice_0=1"}));
+  const Kv3Value* remaps = childOf(childOf(root, "MaterialGroupList"), "MaterialGroup").find("remaps");
+  ASSERT_NE(remaps, nullptr);
+  ASSERT_FALSE(remaps->elements().empty());
+  EXPECT_EQ(textOf(remaps->elements()[0], "from"), "materials/models/props/crate.qmat");
+  EXPECT_EQ(textOf(remaps->elements()[0], "to"), "materials/models/props/crate_old.qmat");
+}
+
+TEST(QmdlPipeline, AStaticPropsDocumentHasNoSkeleton) {
+  mdlforge::Description d = crateModel();
+  d.bodyParts[0].models[0].name = "static_prop";
+  WriterFixture f(d);
+  f.converter.Setup(f.options, 0);
+  ASSERT_TRUE(f.converter.Convert());
+  ASSERT_TRUE(f.converter.isStatic());
+  EXPECT_EQ(classesOf(f.readBack()), (std::vector<std::string>{"BodyGroupList", "RenderMeshList"}));
 }
 
 TEST(QmdlDocument, NothingIsWrittenBeforeTheModelIsLoaded) {
