@@ -27,7 +27,8 @@ bool isAbsoluteTextureName(std::string_view name) {
 }
 
 std::string materialCandidatePath(std::string_view directory, std::string_view name) {
-  std::string file = std::string(dropLeadingSeparator(directory)) + "\\" + std::string(dropLeadingSeparator(name));
+  std::string file =
+      std::string(dropLeadingSeparator(directory)) + "\\" + std::string(dropLeadingSeparator(name));
   file = path::removeDoubleSlashes(path::fitPath(file));
   std::string candidate = path::fitPath(format("materials\\%s%s", file.c_str(), ".qmt"));
   return toLower(path::removeDoubleSlashes(candidate));
@@ -48,9 +49,10 @@ void C_ZV_MDL_Import::AddMaterial(int32_t lod, int32_t materialIndex) {
   MaterialSlots& slots = tables_.materials;
   int32_t slotCount = int32_t(slots.paths.size());
   if (!model_ || materialIndex < 0 || materialIndex >= slotCount) {
-    mainLog().log(Severity::Warning,
-                  "C_ZV_MDL_Import::AddMaterial(1797): Unable to add mtl %d for lod %d model has only %d mtls\n",
-                  materialIndex, lod, slotCount);
+    mainLog().log(
+        Severity::Warning,
+        "C_ZV_MDL_Import::AddMaterial(1797): Unable to add mtl %d for lod %d model has only %d mtls\n",
+        materialIndex, lod, slotCount);
     return;
   }
   size_t slot = size_t(materialIndex);
@@ -85,7 +87,8 @@ void C_ZV_MDL_Import::finishMaterials() {
   // Each material once, in slot order, for the reference list.
   std::set<std::string> listed;
   for (const std::string& materialPath : slots.paths) {
-    if (!materialPath.empty() && listed.insert(materialPath).second) tables_.referencedMaterials.push_back(materialPath);
+    if (!materialPath.empty() && listed.insert(materialPath).second)
+      tables_.referencedMaterials.push_back(materialPath);
   }
 }
 

@@ -34,7 +34,9 @@ VertexFields addVertexFields(dmx::CDmElement& data, bool twoSets) {
   data.setBool("flipVCoordinates", false);
 
   VertexFields f{};
-  auto indices = [&](const char* field) { f.indexLists.push_back(&data.intArray(std::string(field) + "Indices")); };
+  auto indices = [&](const char* field) {
+    f.indexLists.push_back(&data.intArray(std::string(field) + "Indices"));
+  };
   f.positions = &data.vector3Array("position$0");
   indices("position$0");
   f.normals = &data.vector3Array("normal$0");
@@ -94,7 +96,8 @@ dmx::CDmElement* addFaceSet(dmx::DmElementTree& tree, const FaceSet& faces, cons
 }  // namespace
 
 dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& part,
-                                   const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials) {
+                                   const std::vector<SkeletonBone>& skeleton,
+                                   const MaterialSlots& materials) {
   dmx::CDmElement* root = tree.create("DmElement", "root");
   dmx::CDmElement* model = addSkeletonModel(tree, "model", skeleton);
   root->setElement("skeleton", model);
@@ -119,7 +122,8 @@ dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& par
   VertexFields fields = addVertexFields(*bind, part.texcoordSets == 2);
   fillVertices(fields, part.vertices);
   int32_t corner = 0;
-  for (const FaceSet& faces : part.faceSets) faceSets.push_back(addFaceSet(tree, faces, materials, corner, fields));
+  for (const FaceSet& faces : part.faceSets)
+    faceSets.push_back(addFaceSet(tree, faces, materials, corner, fields));
   return root;
 }
 

@@ -29,7 +29,8 @@ class PartNames {
   std::string claim(std::string_view name) {
     std::string safe = safeFileName(name);
     std::string candidate = safe;
-    for (int n = 2; !used_.insert(toLower(candidate)).second; ++n) candidate = format("%s_%d", safe.c_str(), n);
+    for (int n = 2; !used_.insert(toLower(candidate)).second; ++n)
+      candidate = format("%s_%d", safe.c_str(), n);
     return candidate;
   }
 
@@ -85,8 +86,10 @@ std::vector<int32_t> stripGroupCorners(const legacy::StripGroup& group) {
     int64_t first = strip.indexOffset, count = strip.indexCount;
     if (first < 0 || count < 0 || first + count > int64_t(group.indices.size())) continue;
     if (corners.size() + size_t(count) > limit) {
-      warning("Strip group strips repeat its %zu indices more than %zu times; the remaining strips are left out\n",
-              group.indices.size(), kMaxCornerRepeats);
+      warning(
+          "Strip group strips repeat its %zu indices more than %zu times; the remaining strips are left "
+          "out\n",
+          group.indices.size(), kMaxCornerRepeats);
       break;
     }
     for (int64_t i = 0; i < count; ++i) corners.push_back(group.indices[size_t(first + i)]);
@@ -151,7 +154,8 @@ bool C_ZV_MDL_Import::ExtractMeshes() {
   if (!model_) return false;
   const legacy::MdlFile& mdl = model_->mdl;
   size_t slotCount = mdl.textures.size();
-  tables_.materials = MaterialSlots{std::vector<std::string>(slotCount), std::vector<uint8_t>(slotCount, 0), 0};
+  tables_.materials =
+      MaterialSlots{std::vector<std::string>(slotCount), std::vector<uint8_t>(slotCount, 0), 0};
   tables_.meshParts.clear();
   tables_.bodyGroups.clear();
   tables_.referencedMaterials.clear();
@@ -171,7 +175,9 @@ bool C_ZV_MDL_Import::ExtractMeshes() {
   for (size_t b = 0; b < mdl.bodyParts.size(); ++b) {
     const legacy::BodyPart& bodyPart = mdl.bodyParts[b];
     BodyGroup group;
-    group.name = bodyPartNames.insert(bodyPart.name).second ? bodyPart.name : format("%s_part%d", bodyPart.name.c_str(), int(b));
+    group.name = bodyPartNames.insert(bodyPart.name).second
+                     ? bodyPart.name
+                     : format("%s_part%d", bodyPart.name.c_str(), int(b));
     int32_t subModelCount = int32_t(bodyPart.models.size());
     for (int32_t m = 0; m < subModelCount; ++m) {
       for (int32_t lod = 0; lod < lodCount; ++lod) {

@@ -17,13 +17,16 @@ bool C_ZV_MDL_Import::WriteMeshes() {
     const dmx::CDmElement* root = buildMeshPartTree(tree, part, tables_.skeleton, tables_.materials);
     if (part.texcoordSets == 2) texcoordSets = 2;
     if (Status saved = saveDmxFile(output_, file, *root); !saved) {
-      warning("C_ZV_MDL_Import::WriteMeshes(2264): Unable to save %s: %s\n", file.c_str(), saved.message().c_str());
+      warning("C_ZV_MDL_Import::WriteMeshes(2264): Unable to save %s: %s\n", file.c_str(),
+              saved.message().c_str());
       return false;
     }
   }
   std::string info = path::toForwardSlashes(path::join(paths_.meshFolder, "meshinfo.txt"));
-  if (Status written = output_.writeText(info, meshInfoText(allowsStaticProp(model_->mdl), texcoordSets)); !written) {
-    warning("C_ZV_MDL_Import::WriteMeshes(2290): Unable to write %s: %s\n", info.c_str(), written.message().c_str());
+  if (Status written = output_.writeText(info, meshInfoText(allowsStaticProp(model_->mdl), texcoordSets));
+      !written) {
+    warning("C_ZV_MDL_Import::WriteMeshes(2290): Unable to write %s: %s\n", info.c_str(),
+            written.message().c_str());
     return false;
   }
   return true;
