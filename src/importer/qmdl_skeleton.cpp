@@ -79,11 +79,8 @@ bool QmdlWriter::writePoseParameters() {
     }
     modeldoc::Node* node = list != nullptr ? document_.createNode("PoseParam", name, list) : nullptr;
     if (node == nullptr) {
-      mainLog().log(
-          Severity::Error,
-          "utils/zv_mdl_import/zv_mdl_import(C_ZV_MDL_Import::WriteQmdl): Couldn't create pose parameter "
-          "\"%s\"\n",
-          name.c_str());
+      mainLog().log(Severity::Error, "C_ZV_MDL_Import::WriteQmdl: Couldn't create pose parameter \"%s\"\n",
+                    name.c_str());
       return false;
     }
     bool looping = (param.flags & 1) != 0;

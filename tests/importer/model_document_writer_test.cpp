@@ -250,6 +250,18 @@ TEST(QmdlBones, ABoneThatCannotBeCreatedIsLoggedAndItsChildStaysAtTheTop) {
   EXPECT_EQ(floatsOf(childOf(skeleton, "Bone"), "origin"), (std::vector<float>{1, 2, 3}));
 }
 
+TEST(QmdlBones, AChainDeeperThanADocumentHoldsStillSaves) {
+  mdlforge::Description d = crateModel();
+  d.bones.clear();
+  for (int i = 0; i < modeldoc::kMaxNodeDepth + 50; ++i)
+    d.bones.push_back(bone("b" + std::to_string(i), i - 1));
+  WriterFixture f(d);
+  f.load();
+  Kv3Value root = f.write();
+  // The bones that cannot go deeper wait at the top of the skeleton instead.
+  EXPECT_GT(childrenOf(childOf(root, "Skeleton")).size(), 1u);
+}
+
 TEST(QmdlBones, NoBonesMeansNoBoneMarkup) {
   WriterFixture f(crateModel());
   f.load();
@@ -329,7 +341,7 @@ TEST(QmdlPoseParameters, AParameterThatCannotBeCreatedEndsTheWriterWithoutAFile)
   document.setNodeLimit(5);
   EXPECT_FALSE(f.converter.writeModelDocument(document, false));
 
-  ASSERT_EQ(log.count("Couldn't create pose parameter \"second_one\""), 1u);
+  ASSERT_EQ(log.count("C_ZV_MDL_Import::WriteQmdl: Couldn't create pose parameter \"second_one\"\n"), 1u);
   for (const LogRecord& record : log.records()) {
     if (record.text.find("Couldn't create") != std::string::npos) {
       EXPECT_EQ(record.severity, Severity::Error);
