@@ -7,8 +7,6 @@
 
 #include "base/log.h"
 #include "geometry_fixture.h"
-#include "importer/dmx_skeleton.h"
-#include "importer/mesh_dmx.h"
 
 namespace zv {
 namespace {
@@ -408,11 +406,6 @@ TEST(MeshInfo, TheStaticPropValueFollowsTheFlagAndThePropData) {
     EXPECT_EQ(readText(run.meshFolder() / "meshinfo.txt"),
               "{\n\"staticprop\": " + std::to_string(c.expected) + ",\n\"numuvs\": 1\n}\n");
   }
-}
-
-TEST(MeshInfo, TextIsFourLines) {
-  EXPECT_EQ(meshInfoText(true, 2), "{\n\"staticprop\": 1,\n\"numuvs\": 2\n}\n");
-  EXPECT_EQ(meshInfoText(false, 1), "{\n\"staticprop\": 0,\n\"numuvs\": 1\n}\n");
 }
 
 // Exit status and output of a shell command.
