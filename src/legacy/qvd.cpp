@@ -103,11 +103,12 @@ Status validateVertexFile(const std::string& fileName, ByteView bytes) {
   if (h.vertexOffset < int32_t(kVertexFileHeaderSize)) r.fail(format("vertex data offset %d lies inside the header", h.vertexOffset));
   auto vertices = r.table(0, h.vertexOffset, total, kStudioVertexSize, "vertex array");
   if (h.tangentOffset != 0) r.table(0, h.tangentOffset, total, kTangentSize, "tangent array");
-  // The resolved copy writes vertices then tangents from the vertex data offset on; both
-  // must fit in a copy of the file's size.
-  if (vertices && !bytes.contains(size_t(h.vertexOffset), (kStudioVertexSize + kTangentSize) * size_t(total))) {
-    r.fail(format("vertex array at offset %d: %lld vertices and their tangents do not fit in the file (%zu bytes)",
-                  h.vertexOffset, static_cast<long long>(total), bytes.size()));
+  // The resolved copy writes vertices, then tangents when the file has them, from the
+  // vertex data offset on; they must fit in a copy of the file's size.
+  size_t perVertex = kStudioVertexSize + (h.tangentOffset != 0 ? kTangentSize : 0);
+  if (vertices && !bytes.contains(size_t(h.vertexOffset), perVertex * size_t(total))) {
+    r.fail(format("vertex array at offset %d: %lld vertices%s do not fit in the file (%zu bytes)", h.vertexOffset,
+                  static_cast<long long>(total), h.tangentOffset != 0 ? " and their tangents" : "", bytes.size()));
   }
   if (h.fixupCount > 0) {
     auto fixups = r.table(0, h.fixupOffset, h.fixupCount, kFixupSize, "fixup table");
