@@ -15,6 +15,7 @@
 #include "family_input.h"
 #include "kv/kv3.h"
 #include "mdlforge/forge.h"
+#include "mdlforge/physics.h"
 #include "mdlforge/text_description.h"
 #include "qpkpack/qpk_writer.h"
 
@@ -66,6 +67,25 @@ void familySeeds(const stdfs::path& samples, const stdfs::path& out) {
                                           files->qvd.value_or(std::vector<uint8_t>())));
     }
   }
+}
+
+// Collision files in both solid forms, with one and several pieces per solid.
+void physicsSeeds(const stdfs::path& out) {
+  using zv::mdlforge::boxPiece;
+  zv::mdlforge::PhysicsDescription d;
+  zv::mdlforge::PhysicsSolid single;
+  single.pieces = {boxPiece({-1, -1, -1}, {1, 1, 1})};
+  single.keys = {{"name", "root"}, {"mass", "5"}, {"surfaceprop", "wood"}};
+  zv::mdlforge::PhysicsSolid several;
+  several.solidHeader = false;
+  several.subtreeHulls = true;
+  several.pieces = {boxPiece({0, 0, 0}, {1, 1, 1}, 0), boxPiece({2, 0, 0}, {3, 1, 1}, 1), boxPiece({4, 0, 0}, {5, 1, 1}, 1)};
+  d.solids = {single};
+  if (auto file = zv::mdlforge::buildPhysics(d, 7)) writeSeed(out / "fuzz_load_physics", "single", file->bytes);
+  d.solids = {single, several};
+  d.constraints = {{0, 1, {-10, -20, -30}, {10, 20, 30}, {1, 1, 1}}};
+  d.blocks = {{"collisionrules", {{"collisionpair", "0,1"}}}, {"break", {{"model", "gibs\\a"}, {"burst", "1"}}}};
+  if (auto file = zv::mdlforge::buildPhysics(d, 7)) writeSeed(out / "fuzz_load_physics", "ragdoll", file->bytes);
 }
 
 void dmxSeeds(const stdfs::path& out) {
@@ -130,6 +150,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   familySeeds(argv[1], argv[2]);
+  physicsSeeds(argv[2]);
   dmxSeeds(argv[2]);
   textSeeds(argv[2]);
   archiveSeeds(argv[2]);
