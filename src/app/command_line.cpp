@@ -158,6 +158,19 @@ bool parseArguments(const std::vector<std::string>& args, RunOptions& options, c
   return true;
 }
 
+// An archive named by a file specification is content too: its materials and included
+// models are found like those of the game's search paths.
+void mountArchiveOf(const std::string& filespec, fs::FileSystem& fileSystem) {
+  std::optional<fs::ArchivePath> archive = fs::splitArchivePath(filespec);
+  if (!archive) return;
+  auto source = fileSystem.openArchive(archive->archive);
+  if (!source) return;  // the listing finds nothing and says so
+  for (const fs::SearchPath& mounted : fileSystem.searchPaths()) {
+    if (mounted.source == source.value()) return;
+  }
+  fileSystem.addSource(source.value(), kImportGame, fs::Placement::Tail);
+}
+
 // The absolute path of a found name, or nothing when it cannot be resolved.
 std::optional<std::string> resolveFullPath(const std::string& name, const fs::FileSystem& fileSystem) {
   if (fs::splitArchivePath(name)) return fileSystem.fullPath(name, kLocal);
@@ -254,13 +267,14 @@ bool parseCommandLine(const std::vector<std::string>& args, RunOptions& options,
     (void)fileSystem.addSearchPath(root, kImportGame, fs::Placement::Head);
   }
   for (const std::string& spec : specs) {
+    mountArchiveOf(spec, fileSystem);
     for (const std::string& name : gatherFiles(fileSystem, spec, options.recurse)) {
       if (auto full = resolveFullPath(name, fileSystem)) options.inputFiles.push_back(*full);
     }
   }
   for (const std::string& file : options.inputFiles) {
-    std::string_view name = fs::splitArchivePath(file) ? path::fileBase(fs::splitArchivePath(file)->inner) : path::fileBase(file);
-    options.baseNames.push_back(path::fitPath(name));
+    std::optional<fs::ArchivePath> archive = fs::splitArchivePath(file);
+    options.baseNames.push_back(path::fitPath(path::fileBase(archive ? archive->inner : file)));
     if (auto folder = mapOutputFolder(file, options.inputRoot, *options.outputRoot)) options.outputFolders.push_back(*folder);
   }
   if (options.inputFiles.empty()) {
