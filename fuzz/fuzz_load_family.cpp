@@ -1,19 +1,11 @@
 // Loads a model family from one input: every table check of the legacy readers, the
 // strip-file layout decision and the vertex fixup resolution.
 
-#include "base/log.h"
 #include "family_input.h"
-
-namespace {
-class Silent : public zv::LogSink {
- public:
-  void write(const zv::LogRecord&) override {}
-};
-}  // namespace
+#include "silent_log.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Silent silent;
-  static zv::ScopedLogSink quiet(silent);
+  zv::fuzz::silenceLogs();
   auto model = zv::legacy::loadModelFamily(zv::fuzz::splitFamilyInput(data, size));
   if (model && model->vertices) {
     // Touch what the stages will walk, so a bad index shows up here too.
