@@ -162,6 +162,23 @@ TEST(Pipeline, ResetLeavesNothingForTheNextModel) {
   EXPECT_TRUE(f.converter.settings().inputPath.empty());
 }
 
+TEST(Pipeline, OlderStripFilesServeWhenTheUsualOneIsMissing) {
+  for (const char* extension : {".dx80.vtx", ".sw.vtx"}) {
+    ConverterFixture f(crateModel());
+    std::filesystem::path folder = f.dir.path() / "models/props";
+    std::filesystem::rename(folder / "crate.dx90.vtx", folder / (std::string("crate") + extension));
+    RunOptions verbose = f.options;
+    verbose.verbose = true;
+    f.converter.Setup(verbose, 0);
+    LogCapture log;
+    mainLog().setVerbosity(int(Severity::Detail));
+    ASSERT_TRUE(f.converter.LoadMDL());
+    mainLog().setVerbosity(int(Severity::Message));
+    EXPECT_TRUE(f.converter.model()->strips) << extension;
+    EXPECT_EQ(log.count(std::string("Using strip file ") + f.dir.file("models/props/crate") + extension), 1u) << log.text();
+  }
+}
+
 TEST(Skeleton, ModelTransformsComposeParentsListedAfterChildren) {
   mdlforge::Description d = crateModel();
   mdlforge::Bone child, parent;
