@@ -22,13 +22,14 @@ bool QmdlWriter::build(bool skipAnimationData) {
   writeBodyGroups();
   writeBodyGroupPresets();
   writeLodGroups();
-  // Physics markups, joints and hull files belong here, before the attachments; hit box
-  // sets follow the attachments. The root lists keep the order in which they are first
-  // made, so the stages must run in this order.
+  // Hit box sets follow the attachments. The root lists keep the order in which they are
+  // first made, so the stages must run in this order.
+  writePhysics();
   writeAttachments();
   writeRenderMeshFiles();
   // IK chains, sequences, jiggle bones, weight lists and the key-value game data follow
-  // the render meshes; the prefab reference comes last.
+  // the render meshes, before the break pieces; the prefab reference comes last.
+  writeBreakList();
   writePrefab();
   return true;
 }

@@ -30,6 +30,12 @@ class QmdlWriter {
   void writeBodyGroups();
   void writeBodyGroupPresets();
   void writeLodGroups();
+  // Body markups, joints and hull files, when the model has collision data.
+  void writePhysics();
+  void writePhysicsBodies();
+  void writePhysicsJoints();
+  void writePhysicsHullFiles();
+  void writeBreakList();
   void writeAttachments();
   void writeRenderMeshFiles();
   void writePrefab();
@@ -38,6 +44,9 @@ class QmdlWriter {
   modeldoc::Node* createInList(std::string_view listClass, std::string_view nodeClass, std::string_view name);
   // The converted name of a bone of the skeleton table; empty for an index outside it.
   std::string boneReference(int32_t bone) const;
+  // A solid as a physics body: its bone's converted name; empty when no bone has its name.
+  std::string physicsBodyName(const PhysicsSolid& solid) const;
+  void setJointFrame(modeldoc::Node& joint, const PhysicsSolid& parent, const PhysicsSolid& child, bool conical) const;
   // The name of a body part's body group node, before sanitising.
   std::string bodyGroupName(size_t bodyPart) const;
 

@@ -92,6 +92,34 @@ struct SequenceRecord {
   std::string name;
 };
 
+// One convex piece of a physics solid, in model space (its bone's bind pose applied).
+struct PhysicsPiece {
+  int32_t bone = -1;  // the bone it moves with; -1 for none
+  std::vector<Vector3> points;
+  std::vector<std::array<int32_t, 3>> triangles;  // into points, wound outward
+};
+
+// One physics body of the collision file.
+struct PhysicsSolid {
+  std::string name;   // as the text section names it (a bone name for ragdolls)
+  int32_t bone = -1;  // the skeleton bone of that name; -1 for none
+  std::string surfaceProp;
+  float mass = 0;
+  float damping = 0;
+  float rotDamping = 0;
+  float inertia = 1;
+  std::vector<PhysicsPiece> pieces;
+};
+
+// A ragdoll joint between two solids, by solid index; per axis x, y, z in degrees.
+struct PhysicsConstraint {
+  int32_t parent = -1;
+  int32_t child = -1;
+  std::array<float, 3> min{};
+  std::array<float, 3> max{};
+  std::array<float, 3> friction{};
+};
+
 struct ModelTables {
   std::vector<SkeletonBone> skeleton;
   MaterialSlots materials;
@@ -101,6 +129,11 @@ struct ModelTables {
   std::vector<AnimExportRecord> animations;
   size_t ownAnimationCount = 0;  // the main model's; the rest come from included models
   std::vector<SequenceRecord> sequences;
+  std::vector<PhysicsSolid> physicsSolids;
+  std::vector<PhysicsConstraint> physicsConstraints;
+  // The collision file's break pieces as key-value text: a "break_list" section holding
+  // one section per piece. Empty when there are none.
+  std::string breakList;
   // Material names in their new form (".qmat"), in the order the reference list names them.
   std::vector<std::string> referencedMaterials;
 };
