@@ -55,7 +55,9 @@ std::vector<std::string> physicsNameStems(const std::vector<PhysicsSolid>& solid
   return stems;
 }
 
-std::string physicsMeshName(const std::string& stem, size_t piece) { return format("%s_%zu_mesh", stem.c_str(), piece); }
+std::string physicsMeshName(const std::string& stem, size_t piece) {
+  return format("%s_%zu_mesh", stem.c_str(), piece);
+}
 
 dmx::CDmElement* buildPhysicsTree(dmx::DmElementTree& tree, const std::vector<PhysicsSolid>& solids,
                                   const std::vector<SkeletonBone>& skeleton) {
@@ -72,7 +74,8 @@ dmx::CDmElement* buildPhysicsTree(dmx::DmElementTree& tree, const std::vector<Ph
       const PhysicsPiece& piece = solids[s].pieces[k];
       std::string name = physicsMeshName(stems[s], k);
       bool onBone = piece.bone >= 0 && size_t(piece.bone) < joints.size();
-      Matrix3x4 local = onBone ? invertRigid(skeleton[size_t(piece.bone)].modelTransform) : Matrix3x4::identity();
+      Matrix3x4 local =
+          onBone ? invertRigid(skeleton[size_t(piece.bone)].modelTransform) : Matrix3x4::identity();
 
       dmx::CDmElement* dag = tree.create("DmeDag", name);
       addTransform(*dag, "transform", format("%s_%zu_tm", stems[s].c_str(), k), local.translation(),

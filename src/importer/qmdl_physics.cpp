@@ -1,7 +1,6 @@
 // Model document stages for the collision data: body markups, ragdoll joints and hull
 // file references after the LOD groups, and the break pieces near the end.
 
-
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
@@ -26,7 +25,9 @@ struct Ranges {
   float x, y, z;
 };
 
-Ranges rangesOf(const PhysicsConstraint& c) { return {c.max[0] - c.min[0], c.max[1] - c.min[1], c.max[2] - c.min[2]}; }
+Ranges rangesOf(const PhysicsConstraint& c) {
+  return {c.max[0] - c.min[0], c.max[1] - c.min[1], c.max[2] - c.min[2]};
+}
 
 bool isConical(const Ranges& r) {
   return r.x > kFreeRange || r.y > kFreeRange || (r.z > kFreeRange && (r.y > kFreeRange || r.z > kFullTurn));
@@ -79,7 +80,8 @@ void QmdlWriter::setJointFrame(modeldoc::Node& joint, const PhysicsSolid& parent
                                bool conical) const {
   const std::vector<SkeletonBone>& bones = tables_.skeleton;
   if (parent.bone < 0 || child.bone < 0) return;
-  Matrix3x4 frame = invertRigid(bones[size_t(parent.bone)].modelTransform) * bones[size_t(child.bone)].modelTransform;
+  Matrix3x4 frame =
+      invertRigid(bones[size_t(parent.bone)].modelTransform) * bones[size_t(child.bone)].modelTransform;
   if (conical) frame = frame * angleMatrix(kConicalTurn);
   joint.set("anchor_origin", documentVector(frame.translation()));
   joint.set("anchor_angles", documentAngles(matrixAngles(frame)));
@@ -90,10 +92,13 @@ void QmdlWriter::writePhysicsJoints() {
   if (list == nullptr) return;
   const std::vector<PhysicsSolid>& solids = tables_.physicsSolids;
   for (const PhysicsConstraint& c : tables_.physicsConstraints) {
-    if (c.parent < 0 || c.child < 0 || size_t(c.parent) >= solids.size() || size_t(c.child) >= solids.size()) continue;
+    if (c.parent < 0 || c.child < 0 || size_t(c.parent) >= solids.size() || size_t(c.child) >= solids.size())
+      continue;
     Ranges r = rangesOf(c);
     bool conical = isConical(r);
-    const char* kind = conical ? "PhysicsJointConical" : r.z > kFreeRange ? "PhysicsJointRevolute" : "PhysicsJointWeld";
+    const char* kind = conical            ? "PhysicsJointConical"
+                       : r.z > kFreeRange ? "PhysicsJointRevolute"
+                                          : "PhysicsJointWeld";
     modeldoc::Node* joint = document_.createNode(kind, "", list);
     if (joint == nullptr) continue;
     const PhysicsSolid& parent = solids[size_t(c.parent)];

@@ -37,7 +37,8 @@ class SolidDecoder {
       solid.hasSolidHeader = true;
       cs = kSolidHeaderBytes;
     }
-    if (!data_.contains(cs, kSurfaceHeaderBytes)) return fail(cs, "compact surface header", "leaves the solid");
+    if (!data_.contains(cs, kSurfaceHeaderBytes))
+      return fail(cs, "compact surface header", "leaves the solid");
     auto root = offsetFrom(cs, data_.readOr<int32_t>(cs + kSurfaceRootField, 0), data_.size());
     if (!root) return fail(cs + kSurfaceRootField, "ledge tree root offset", "points outside the solid");
     if (Status walked = walkTree(*root, solid.pieces); !walked) return walked.error();
@@ -67,7 +68,8 @@ class SolidDecoder {
       // Children follow their node (left at +28, right further on): positions only grow,
       // so offsets that point back cannot make a cycle.
       if (right <= int32_t(kNodeBytes)) {
-        return fail(node, "ledge tree node", format("has right-child offset %d before its left child", right));
+        return fail(node, "ledge tree node",
+                    format("has right-child offset %d before its left child", right));
       }
       auto rightChild = offsetFrom(node, right, data_.size());
       if (!rightChild) return fail(node, "ledge tree node", "has its right child outside the solid");
@@ -100,11 +102,13 @@ class SolidDecoder {
         uint32_t point = data_.readOr<uint32_t>(triangle + 4 + 4 * k, 0) & 0xffffu;
         size_t at = *points + size_t(point) * kPointBytes;
         if (!data_.contains(at, 12)) {
-          return fail(triangle, what, format("triangle %d names point %u past the end of the solid", t, point));
+          return fail(triangle, what,
+                      format("triangle %d names point %u past the end of the solid", t, point));
         }
         auto [it, added] = localIndex.emplace(point, int32_t(piece.points.size()));
         if (added) {
-          Vector3 collision{data_.readOr<float>(at, 0), data_.readOr<float>(at + 4, 0), data_.readOr<float>(at + 8, 0)};
+          Vector3 collision{data_.readOr<float>(at, 0), data_.readOr<float>(at + 4, 0),
+                            data_.readOr<float>(at + 8, 0)};
           piece.points.push_back(collisionToModel(collision));
         }
         corners[k] = it->second;
@@ -114,8 +118,8 @@ class SolidDecoder {
   }
 
   Error fail(size_t position, std::string_view what, std::string_view problem) const {
-    return Error{format("%.*s: solid %zu: %.*s at offset %zu %.*s", int(fileName_.size()), fileName_.data(), index_,
-                        int(what.size()), what.data(), fileOffset_ + position, int(problem.size()),
+    return Error{format("%.*s: solid %zu: %.*s at offset %zu %.*s", int(fileName_.size()), fileName_.data(),
+                        index_, int(what.size()), what.data(), fileOffset_ + position, int(problem.size()),
                         problem.data())};
   }
 
@@ -143,7 +147,8 @@ std::optional<std::pair<std::string, std::string>> splitPair(std::string_view te
 void readSolidKeys(const KeyValues& block, size_t ordinal, PhyFile& file) {
   int index = block.getInt("index", int(ordinal));
   if (index < 0 || size_t(index) >= file.solids.size()) {
-    file.notes.push_back(format("text block for solid %d, but the file has %zu solids", index, file.solids.size()));
+    file.notes.push_back(
+        format("text block for solid %d, but the file has %zu solids", index, file.solids.size()));
     return;
   }
   PhySolidKeys& keys = file.solids[size_t(index)].keys;
@@ -161,7 +166,8 @@ void readSolidKeys(const KeyValues& block, size_t ordinal, PhyFile& file) {
 void readCollisionRules(const KeyValues& block, CollisionRules& rules) {
   rules.selfCollisions = block.getBool("selfcollisions", true);
   for (const KeyValues* pair : block.findAll("collisionpair")) {
-    if (auto parts = splitPair(pair->value())) rules.pairs.emplace_back(textToInt(parts->first), textToInt(parts->second));
+    if (auto parts = splitPair(pair->value()))
+      rules.pairs.emplace_back(textToInt(parts->first), textToInt(parts->second));
   }
 }
 
@@ -177,7 +183,9 @@ void readEditParams(const KeyValues& block, EditParams& params) {
 Status readText(std::string_view fileName, std::string_view text, PhyFile& file) {
   // Model paths in break blocks use back-slashes: no escapes.
   auto root = KeyValues::parse(text, KeyValuesOptions{.escapes = false});
-  if (!root) return Error{format("%.*s: text section: %s", int(fileName.size()), fileName.data(), root.message().c_str())};
+  if (!root)
+    return Error{
+        format("%.*s: text section: %s", int(fileName.size()), fileName.data(), root.message().c_str())};
   size_t solidOrdinal = 0;
   for (const KeyValues& block : root->children()) {
     if (!block.isSection()) continue;
@@ -185,8 +193,9 @@ Status readText(std::string_view fileName, std::string_view text, PhyFile& file)
     if (equalsNoCase(name, "solid")) {
       readSolidKeys(block, solidOrdinal++, file);
     } else if (equalsNoCase(name, "ragdollconstraint")) {
-      file.constraints.push_back({block.getInt("parent", -1), block.getInt("child", -1), axisValues(block, "min"),
-                                  axisValues(block, "max"), axisValues(block, "friction")});
+      file.constraints.push_back({block.getInt("parent", -1), block.getInt("child", -1),
+                                  axisValues(block, "min"), axisValues(block, "max"),
+                                  axisValues(block, "friction")});
     } else if (equalsNoCase(name, "collisionrules")) {
       readCollisionRules(block, file.collisionRules);
     } else if (equalsNoCase(name, "editparams")) {
@@ -206,13 +215,16 @@ Vector3 collisionToModel(const Vector3& c) {
 
 Result<PhyFile> PhyFile::parse(std::string_view fileName, ByteView bytes) {
   auto failAt = [&](size_t offset, const std::string& problem) {
-    return Error{format("%.*s: %s at offset %zu", int(fileName.size()), fileName.data(), problem.c_str(), offset)};
+    return Error{
+        format("%.*s: %s at offset %zu", int(fileName.size()), fileName.data(), problem.c_str(), offset)};
   };
-  if (bytes.size() < kFileHeaderBytes) return failAt(0, format("file header needs %zu bytes", kFileHeaderBytes));
+  if (bytes.size() < kFileHeaderBytes)
+    return failAt(0, format("file header needs %zu bytes", kFileHeaderBytes));
   int32_t headerSize = bytes.readOr<int32_t>(0, 0);
   int32_t solidCount = bytes.readOr<int32_t>(8, 0);
   if (headerSize < int32_t(kFileHeaderBytes) || size_t(headerSize) > bytes.size()) {
-    return failAt(0, format("header size %d is outside %zu..%zu", headerSize, kFileHeaderBytes, bytes.size()));
+    return failAt(0,
+                  format("header size %d is outside %zu..%zu", headerSize, kFileHeaderBytes, bytes.size()));
   }
   // Every solid takes at least its 4-byte size field.
   if (solidCount < 0 || size_t(solidCount) > (bytes.size() - size_t(headerSize)) / 4) {

@@ -34,9 +34,11 @@ mdlforge::Bone bone(std::string name, int32_t parent, Vector3 position, QAngle a
 // The render mesh is one triangle spanning (-5, -5, 30) to (5, 15, 55).
 mdlforge::Description ragdollModel() {
   mdlforge::Description d = zv::testing::crateModel();
-  d.bones = {bone("pelvis", -1, {0, 0, 40}), bone("arm", 0, {0, 0, 10}, {0, 90, 0}), bone("hand", 1, {10, 0, 0})};
+  d.bones = {bone("pelvis", -1, {0, 0, 40}), bone("arm", 0, {0, 0, 10}, {0, 90, 0}),
+             bone("hand", 1, {10, 0, 0})};
   mdlforge::Mesh& mesh = d.bodyParts[0].models[0].meshes[0];
-  mesh.vertices = {zv::testing::vertexAt(-5, -5, 30), zv::testing::vertexAt(5, 15, 55), zv::testing::vertexAt(0, 0, 40)};
+  mesh.vertices = {zv::testing::vertexAt(-5, -5, 30), zv::testing::vertexAt(5, 15, 55),
+                   zv::testing::vertexAt(0, 0, 40)};
   mesh.lods = {{mdlforge::triangleGroup(3, {0, 1, 2})}};
   return d;
 }
@@ -50,20 +52,23 @@ mdlforge::PhysicsDescription ragdollPhysics() {
   pelvis.keys = {{"name", "pelvis"}, {"mass", "10"}, {"surfaceprop", "flesh"}};
   arm.solidHeader = false;
   arm.subtreeHulls = true;
-  arm.pieces = {boxPiece({0, 0, 0}, {3, 2, 1}, 1), boxPiece({3, 0, 0}, {6, 2, 1}, 1), boxPiece({6, 0, 0}, {10, 2, 1}, 1)};
+  arm.pieces = {boxPiece({0, 0, 0}, {3, 2, 1}, 1), boxPiece({3, 0, 0}, {6, 2, 1}, 1),
+                boxPiece({6, 0, 0}, {10, 2, 1}, 1)};
   // The middle piece is stored wound inward; its hull must still face out.
   for (auto& triangle : arm.pieces[1].triangles) std::swap(triangle[1], triangle[2]);
   arm.keys = {{"name", "arm"}, {"surfaceprop", "flesh"}, {"damping", "0.5"}};
   hand.pieces = {boxPiece({0, -1, -1}, {2, 1, 1}, 2)};
   hand.keys = {{"name", "hand"}};
   p.solids = {pelvis, arm, hand};
-  p.blocks = {{"break", {{"model", "props\\gibs\\arm01"}, {"health", "5"}, {"burst", "0.5"}, {"angularburst", "2"}}},
-              {"break", {{"ragdoll", "props\\gibs\\hand"}, {"fadetime", "3"}}}};
+  p.blocks = {
+      {"break", {{"model", "props\\gibs\\arm01"}, {"health", "5"}, {"burst", "0.5"}, {"angularburst", "2"}}},
+      {"break", {{"ragdoll", "props\\gibs\\hand"}, {"fadetime", "3"}}}};
   return p;
 }
 
 struct PhysicsRun : GeometryRun {
-  explicit PhysicsRun(const mdlforge::PhysicsDescription& physics, int32_t checksumDelta = 0, bool yUp = false)
+  explicit PhysicsRun(const mdlforge::PhysicsDescription& physics, int32_t checksumDelta = 0,
+                      bool yUp = false)
       : GeometryRun(ragdollModel(), false, yUp) {
     auto file = mdlforge::buildPhysics(physics, ragdollModel().checksum + checksumDelta);
     EXPECT_TRUE(file) << file.message();
@@ -74,7 +79,8 @@ struct PhysicsRun : GeometryRun {
 
 // ---- the physics file --------------------------------------------------------------------
 
-const dmx::CDmElement* elementNamed(const dmx::DmDocument& doc, std::string_view type, std::string_view name) {
+const dmx::CDmElement* elementNamed(const dmx::DmDocument& doc, std::string_view type,
+                                    std::string_view name) {
   for (const dmx::CDmElement* e : doc.elements) {
     if (e->type() == type && e->name() == name) return e;
   }
@@ -128,15 +134,16 @@ TEST(PhysicsFile, HoldsEveryPieceUnderItsBoneInModelSpace) {
   auto doc = dmx::readDmx(ByteView(bytes));
   ASSERT_TRUE(doc) << doc.message();
 
-  EXPECT_EQ(namesOfType(*doc, "DmeDag"),
-            (std::vector<std::string>{"arm_0_mesh", "arm_1_mesh", "arm_2_mesh", "hand_0_mesh", "pelvis_0_mesh"}));
+  EXPECT_EQ(namesOfType(*doc, "DmeDag"), (std::vector<std::string>{"arm_0_mesh", "arm_1_mesh", "arm_2_mesh",
+                                                                   "hand_0_mesh", "pelvis_0_mesh"}));
   EXPECT_EQ(namesOfType(*doc, "DmeFaceSet"),
             (std::vector<std::string>{"faceSet0", "faceSet1", "faceSet2", "faceSet3", "faceSet4"}));
   // Each piece hangs under its bone's joint, with a transform undoing the bone's bind pose.
   const dmx::CDmElement* armJoint = elementNamed(*doc, "DmeJoint", "arm");
   ASSERT_NE(armJoint, nullptr);
   std::vector<std::string> underArm;
-  for (const dmx::CDmElement* child : armJoint->getElementArray("children")) underArm.push_back(child->name());
+  for (const dmx::CDmElement* child : armJoint->getElementArray("children"))
+    underArm.push_back(child->name());
   EXPECT_EQ(underArm, (std::vector<std::string>{"hand", "arm_0_mesh", "arm_1_mesh", "arm_2_mesh"}));
   const dmx::CDmElement* tm = elementNamed(*doc, "DmeDag", "arm_1_mesh")->getElement("transform");
   EXPECT_EQ(tm->name(), "arm_1_tm");
@@ -163,7 +170,8 @@ TEST(PhysicsFile, HoldsEveryPieceUnderItsBoneInModelSpace) {
     Vector3 centre;
     for (const Vector3& p : points) centre = centre + p * (1.0f / float(points.size()));
     for (size_t f = 0; f < faces.size(); f += 4) {
-      const Vector3 &a = points.at(size_t(faces[f])), &b = points.at(size_t(faces[f + 1])), &c = points.at(size_t(faces[f + 2]));
+      const Vector3 &a = points.at(size_t(faces[f])), &b = points.at(size_t(faces[f + 1])),
+                    &c = points.at(size_t(faces[f + 2]));
       EXPECT_GT(dot(cross(b - a, c - a), a + b + c - centre * 3), 0) << name << " triangle " << f / 4;
     }
   }
@@ -173,7 +181,8 @@ TEST(PhysicsFile, HoldsEveryPieceUnderItsBoneInModelSpace) {
 
 // Checks every hull point (after turn) against the render mesh's bounds grown by
 // margin + share of their diagonal; returns how many points it checked.
-size_t expectHullsInsideRenderMesh(const ModelTables& tables, float margin, float share, const std::string& context,
+size_t expectHullsInsideRenderMesh(const ModelTables& tables, float margin, float share,
+                                   const std::string& context,
                                    const Matrix3x4& turn = Matrix3x4::identity()) {
   Box render;
   for (const MeshPart& part : tables.meshParts) {
@@ -186,7 +195,8 @@ size_t expectHullsInsideRenderMesh(const ModelTables& tables, float margin, floa
       for (const Vector3& point : piece.points) {
         Vector3 p = transformPoint(turn, point);
         ++points;
-        EXPECT_TRUE(render.holds(p, grow)) << context << " " << solid.name << " (" << p.x << " " << p.y << " " << p.z << ")";
+        EXPECT_TRUE(render.holds(p, grow))
+            << context << " " << solid.name << " (" << p.x << " " << p.y << " " << p.z << ")";
       }
     }
   }
@@ -210,7 +220,10 @@ TEST(PhysicsLoad, OlderModelsOfOneSolidAreTurnedAndOthersFollowTheirBones) {
     Vector3 expected;
   };
   const Case cases[] = {
-      {44, 1, {2, -1, 3}}, {47, 1, {2, -1, 3}}, {48, 1, {-2, 1, 53}}, {44, 2, {-2, 1, 53}},
+      {44, 1, {2, -1, 3}},
+      {47, 1, {2, -1, 3}},
+      {48, 1, {-2, 1, 53}},
+      {44, 2, {-2, 1, 53}},
   };
   for (const Case& c : cases) {
     mdlforge::Description d = ragdollModel();
@@ -222,7 +235,8 @@ TEST(PhysicsLoad, OlderModelsOfOneSolidAreTurnedAndOthersFollowTheirBones) {
     piece.bone = 1;
     physics.solids.assign(c.solids, {{piece}, true, false, {}});
     GeometryRun run(d);
-    zv::testing::writeBytes(run.dir.path() / "models/props/crate.phy", mdlforge::buildPhysics(physics, d.checksum)->bytes);
+    zv::testing::writeBytes(run.dir.path() / "models/props/crate.phy",
+                            mdlforge::buildPhysics(physics, d.checksum)->bytes);
     LogCapture log;
     ASSERT_TRUE(run.converter.LoadMDL() && run.converter.LoadPhysics()) << log.text();
     Vector3 got = run.tables().physicsSolids.at(0).pieces.at(0).points.at(0);
@@ -250,7 +264,8 @@ TEST(PhysicsLoad, MismatchedOrBrokenFilesAreRefusedAndTheModelStillConverts) {
     size_t cutTo;  // 0: whole
     const char* why;
   };
-  for (const Case& c : {Case{1, 0, "does not match the model's"}, Case{0, 200, "Collision file rejected: "}}) {
+  for (const Case& c :
+       {Case{1, 0, "does not match the model's"}, Case{0, 200, "Collision file rejected: "}}) {
     PhysicsRun run(ragdollPhysics(), c.checksumDelta);
     if (c.cutTo > 0) std::filesystem::resize_file(run.dir.path() / "models/props/crate.phy", c.cutTo);
     LogCapture log;
@@ -302,8 +317,11 @@ Kv3Value convertAndReadDocument(const mdlforge::PhysicsDescription& physics) {
 TEST(PhysicsDocument, MarkupsHullFilesAndBreakPieces) {
   Kv3Value doc = convertAndReadDocument(ragdollPhysics());
   std::vector<std::string> lists;
-  for (const Kv3Value& list : doc.find("rootNode")->find("children")->elements()) lists.push_back(list.find("_class")->asString());
-  auto at = [&lists](const char* name) { return std::find(lists.begin(), lists.end(), name) - lists.begin(); };
+  for (const Kv3Value& list : doc.find("rootNode")->find("children")->elements())
+    lists.push_back(list.find("_class")->asString());
+  auto at = [&lists](const char* name) {
+    return std::find(lists.begin(), lists.end(), name) - lists.begin();
+  };
   EXPECT_LT(at("PhysicsBodyMarkupList"), at("PhysicsJointList"));
   EXPECT_LT(at("PhysicsJointList"), at("PhysicsShapeList"));
   EXPECT_LT(at("PhysicsShapeList"), at("RenderMeshList"));
@@ -326,7 +344,8 @@ TEST(PhysicsDocument, MarkupsHullFilesAndBreakPieces) {
     EXPECT_EQ(text(*hull, "mesh_name"), text(*hull, "name"));
     EXPECT_EQ(text(*hull, "filename"), "props/crate_refs/phys/crate_phy.dmx");
   }
-  EXPECT_EQ(hulls, (std::vector<std::string>{"pelvis_0_mesh", "arm_0_mesh", "arm_1_mesh", "arm_2_mesh", "hand_0_mesh"}));
+  EXPECT_EQ(hulls, (std::vector<std::string>{"pelvis_0_mesh", "arm_0_mesh", "arm_1_mesh", "arm_2_mesh",
+                                             "hand_0_mesh"}));
   EXPECT_EQ(parents, (std::vector<std::string>{"pelvis", "arm", "arm", "arm", "hand"}));
 
   std::vector<const Kv3Value*> pieces = nodesOf(doc, "BreakPieceList");
@@ -348,12 +367,12 @@ TEST(PhysicsDocument, JointKindsFollowTheAngleRanges) {
     const char* kind;
   };
   const Case cases[] = {
-      {{0, 1, {-30, -10, -20}, {30, 20, 40}, {1, 2, 3}}, "PhysicsJointConical"},    // twist and swing
-      {{0, 1, {-180, 0, 0}, {180, 0, 0}, {}}, "PhysicsJointConical"},              // free twist
-      {{0, 1, {0, 0, 0}, {0, 0, 360}, {}}, "PhysicsJointConical"},                 // full turn about z
-      {{1, 2, {0, 0, -45}, {0, 0, 45}, {0, 0, 4}}, "PhysicsJointRevolute"},        // z only
-      {{1, 2, {0, 0, 0}, {0.5f, 1, 1}, {}}, "PhysicsJointWeld"},                   // within a degree
-      {{1, 7, {-30, 0, 0}, {30, 0, 0}, {}}, nullptr},                              // no solid 7
+      {{0, 1, {-30, -10, -20}, {30, 20, 40}, {1, 2, 3}}, "PhysicsJointConical"},  // twist and swing
+      {{0, 1, {-180, 0, 0}, {180, 0, 0}, {}}, "PhysicsJointConical"},             // free twist
+      {{0, 1, {0, 0, 0}, {0, 0, 360}, {}}, "PhysicsJointConical"},                // full turn about z
+      {{1, 2, {0, 0, -45}, {0, 0, 45}, {0, 0, 4}}, "PhysicsJointRevolute"},       // z only
+      {{1, 2, {0, 0, 0}, {0.5f, 1, 1}, {}}, "PhysicsJointWeld"},                  // within a degree
+      {{1, 7, {-30, 0, 0}, {30, 0, 0}, {}}, nullptr},                             // no solid 7
   };
   for (const Case& c : cases) physics.constraints.push_back(c.constraint);
   Kv3Value doc = convertAndReadDocument(physics);
@@ -395,7 +414,8 @@ TEST(PhysicsDocument, JointKindsFollowTheAngleRanges) {
 
 TEST(PhysicsCorpus, EveryCollisionFileLoadsWithHullsInsideTheRenderMesh) {
   std::filesystem::path corpus = zv::testing::sharedDir() / "corpus";
-  if (zv::testing::sharedDir().empty() || !std::filesystem::is_directory(corpus / "models")) GTEST_SKIP() << "no corpus";
+  if (zv::testing::sharedDir().empty() || !std::filesystem::is_directory(corpus / "models"))
+    GTEST_SKIP() << "no corpus";
   zv::testing::TempDir out;
   fs::FileSystem fileSystem{corpus};
   Output output{out.str(), nullptr};

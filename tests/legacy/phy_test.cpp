@@ -26,7 +26,9 @@ mdlforge::PhysicsFile buildPhy(const mdlforge::PhysicsDescription& d) {
   return std::move(file.value());
 }
 
-Result<PhyFile> parseBytes(const std::vector<uint8_t>& bytes) { return PhyFile::parse("props/box.phy", ByteView(bytes)); }
+Result<PhyFile> parseBytes(const std::vector<uint8_t>& bytes) {
+  return PhyFile::parse("props/box.phy", ByteView(bytes));
+}
 
 // A ragdoll-like file: a one-piece solid with its header, a three-piece solid without it
 // (with wrapping hulls on the inner tree nodes), constraints and every kind of block.
@@ -38,14 +40,16 @@ mdlforge::PhysicsDescription ragdoll() {
   mdlforge::PhysicsSolid arm;
   arm.solidHeader = false;
   arm.subtreeHulls = true;
-  arm.pieces = {boxPiece({0, 0, 0}, {1, 1, 1}, 1), boxPiece({2, 0, 0}, {3, 1, 1}, 2), boxPiece({4, 0, 0}, {5, 1, 1}, 3)};
+  arm.pieces = {boxPiece({0, 0, 0}, {1, 1, 1}, 1), boxPiece({2, 0, 0}, {3, 1, 1}, 2),
+                boxPiece({4, 0, 0}, {5, 1, 1}, 3)};
   arm.keys = {{"name", "arm"}, {"parent", "pelvis"}, {"rotdamping", "2"}, {"inertia", "3"}};
   d.solids = {pelvis, arm};
   d.constraints = {{0, 1, {-10, -20, -30}, {10, 20, 30}, {1, 2, 3}}};
-  d.blocks = {{"collisionrules", {{"selfcollisions", "0"}, {"collisionpair", "0,1"}}},
-              {"editparams", {{"rootname", "pelvis"}, {"totalmass", "40"}, {"concave", "1"}, {"jointmerge", "a,b"}}},
-              {"break", {{"model", "props\\gibs\\box01"}, {"health", "5"}}},
-              {"break", {{"ragdoll", "props\\gibs\\box02"}, {"burst", "0.5"}}}};
+  d.blocks = {
+      {"collisionrules", {{"selfcollisions", "0"}, {"collisionpair", "0,1"}}},
+      {"editparams", {{"rootname", "pelvis"}, {"totalmass", "40"}, {"concave", "1"}, {"jointmerge", "a,b"}}},
+      {"break", {{"model", "props\\gibs\\box01"}, {"health", "5"}}},
+      {"break", {{"ragdoll", "props\\gibs\\box02"}, {"burst", "0.5"}}}};
   return d;
 }
 
@@ -104,7 +108,8 @@ TEST(PhyFile, DecodesBothSolidFormsAndEveryPieceOfTheTree) {
       ASSERT_EQ(got.triangles.size(), want.triangles.size());
       // Points are numbered by first use, so compare corners by position.
       for (size_t t = 0; t < got.triangles.size(); ++t) {
-        for (size_t k = 0; k < 3; ++k) expectNear(got.points[size_t(got.triangles[t][k])], want.points[want.triangles[t][k]]);
+        for (size_t k = 0; k < 3; ++k)
+          expectNear(got.points[size_t(got.triangles[t][k])], want.points[want.triangles[t][k]]);
       }
     }
   }
@@ -206,7 +211,8 @@ TEST(PhyFile, BrokenFieldsAreRefusedWithTheirPlace) {
   int32_t size = int32_t(file.bytes.size());
   // Solid 1 has no solid header; its tree is root, leaf, inner node, leaf, leaf.
   std::string lastLeaf = placeKey("node", {1, 4});
-  int32_t firstLedge = int32_t(int64_t(file.where.at(placeKey("ledge", {1, 0}))) - int64_t(file.where.at(lastLeaf)));
+  int32_t firstLedge =
+      int32_t(int64_t(file.where.at(placeKey("ledge", {1, 0}))) - int64_t(file.where.at(lastLeaf)));
   const Patch patches[] = {
       {"short header size", "", 0, 8, "header size 8"},
       {"header past the end", "", 0, size + 1, "header size"},
@@ -253,7 +259,8 @@ TEST(PhyFile, RealCollisionFilesReadWithEveryPiece) {
     for (const PhySolid& solid : phy->solids) pieces += solid.pieces.size();
     EXPECT_EQ(pieces, flatWalkLedges(bytes).pieces) << entry.path();
     EXPECT_GT(pieces, 0u) << entry.path();
-    std::vector<uint8_t> mdl = zv::testing::readBytes(std::filesystem::path(entry.path()).replace_extension(".mdl"));
+    std::vector<uint8_t> mdl =
+        zv::testing::readBytes(std::filesystem::path(entry.path()).replace_extension(".mdl"));
     EXPECT_EQ(phy->checksum, ByteView(mdl).readOr<int32_t>(8, 0)) << entry.path();
   }
   EXPECT_GT(files, 0);

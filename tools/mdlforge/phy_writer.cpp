@@ -12,7 +12,7 @@ namespace zv::mdlforge {
 namespace {
 
 constexpr float kMetresPerInch = 0.0254f;
-constexpr size_t kMaxPointsPerSolid = 65536;  // 16-bit point indices in the edges
+constexpr size_t kMaxPointsPerSolid = 65536;    // 16-bit point indices in the edges
 constexpr size_t kMaxTrianglesPerLedge = 4095;  // 12-bit triangle numbers
 constexpr uint32_t kIsCompact = 1u << 2;
 constexpr uint32_t kHasChildren = 1u;
@@ -123,7 +123,8 @@ class SolidWriter {
     return rootField;
   }
 
-  WrittenLedge writeLedge(const PhysicsPiece& piece, size_t pointBase, int32_t clientData, uint32_t children) {
+  WrittenLedge writeLedge(const PhysicsPiece& piece, size_t pointBase, int32_t clientData,
+                          uint32_t children) {
     WrittenLedge ledge{out_.size(), 0, 0};
     ledge.pointField = out_.reserveI32();
     ledge.clientField = out_.size();
@@ -152,13 +153,15 @@ class SolidWriter {
         rightFields_.push_back({rightField, n});
         if (ledges_[n]) out_.patchOffset(ledges_[n]->clientField, ledges_[n]->position, positions[n]);
       }
-      auto [centre, radius] = bounds(pointBase_[node.firstPiece],
-                                     node.endPiece < pointBase_.size() ? pointBase_[node.endPiece] : points_.size());
+      auto [centre, radius] =
+          bounds(pointBase_[node.firstPiece],
+                 node.endPiece < pointBase_.size() ? pointBase_[node.endPiece] : points_.size());
       out_.vec3(centre);
       out_.f32(radius);
       out_.zeros(4);  // box sizes and padding
     }
-    for (auto [field, n] : rightFields_) out_.patchOffset(field, positions[n], positions[nodes_[n].rightChild]);
+    for (auto [field, n] : rightFields_)
+      out_.patchOffset(field, positions[n], positions[nodes_[n].rightChild]);
     out_.patchOffset(rootField, cs, positions[0]);
   }
 
