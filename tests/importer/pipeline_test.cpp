@@ -93,7 +93,7 @@ TEST(Names, NodeNamesKeepOnlyTheirAlphabet) {
 }
 
 TEST(Names, BoneNamesChangeOnlyWhatFilesCannotCarry) {
-  EXPECT_EQ(ConvertBoneName("ValveBiped.Bip01 L Hand"), "ValveBiped.Bip01 L Hand");
+  EXPECT_EQ(ConvertBoneName("rig.Bone01 L Hand"), "rig.Bone01 L Hand");
   EXPECT_EQ(ConvertBoneName("a\"b\\c\x01\xFF"), "a_b_c__");
 }
 
