@@ -3,25 +3,17 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <array>
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
-#include "dmx/dm_serializer.h"
 #include "dmx_test_trees.h"
 #include "support/test_support.h"
 
 namespace zv::dmx {
 namespace {
 
-using namespace std::string_literals;
+using testing::mustRead;
 using testing::mustSave;
-
-DmDocument readBack(const std::vector<uint8_t>& bytes) {
-  Result<DmDocument> doc = readDmx(ByteView(bytes));
-  EXPECT_TRUE(doc.ok()) << (doc ? "" : doc.message());
-  return doc ? std::move(doc).value() : DmDocument{};
-}
 
 // A small mesh-like file: nesting, a back-reference, null, a foreign element, the prefix.
 struct SampleTree {
@@ -41,9 +33,7 @@ struct SampleTree {
     root->intArray("faces") = {0, 1, 2, -1, 0, 2, 3, -1, 4, 5};
     root->setString("label", "a \"quoted\"\n");
     root->setTime("time", DmTime{-15});
-    DmBinary blob(20);
-    for (size_t i = 0; i < blob.size(); ++i) blob[i] = static_cast<uint8_t>(i);
-    root->setBinary("blob", blob);
+    root->setBinary("blob", {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19});
     root->floatArray("empty");
   }
   DmElementTree tree, elsewhere;
@@ -76,90 +66,48 @@ elements: 4
   $prefix_attribute$ element -> the prefix above
 )";
 
-TEST(DumpDmx, PrintsTheTreeOnceWithBackReferences) {
-  SampleTree sample;
-  EXPECT_EQ(dumpDmx(readBack(mustSave(*sample.root))), kSampleDump);
-}
-
 TEST(DumpDmx, DeepElementsArePrintedApartAndEveryElementOnce) {
-  DmElementTree tree;
-  CDmElement* root = tree.create("DmElement", "root");
-  root->addElement("next", "DmeLink", "a")->addElement("next", "DmeLink", "b")->setInt("last", 1);
-  DmDumpOptions options;
-  options.maxDepth = 1;
-  EXPECT_EQ(dumpDmx(readBack(mustSave(*root)), options),
-            "<!-- dmx encoding binary_seqids 9 format dmx 22 -->\n"
-            "prefix: none\n"
-            "elements: 3\n"
-            "[0] DmElement \"root\"\n"
-            "  next element:\n"
-            "    [1] DmeLink \"a\"\n"
-            "      next element -> [2] DmeLink \"b\"\n"
-            "not printed above:\n"
-            "[2] DmeLink \"b\"\n"
-            "  last int = 1\n");
-}
-
-TEST(FormatDmValue, EveryValueTypeHasAReadableForm) {
-  testing::EveryTypeTree t;
-  auto text = [&](const char* name) { return formatDmValue(*t.root->find(name)); };
-  EXPECT_EQ(text("int"), "= -7");
-  EXPECT_EQ(text("float"), "= 1.5");
-  EXPECT_EQ(text("bool"), "= true");
-  EXPECT_EQ(text("string"), "= \"text in the table\"");
-  EXPECT_EQ(text("binary"), "= [4 bytes] 00 01 02 ff");
-  EXPECT_EQ(text("time"), "= 1.2345");
-  EXPECT_EQ(text("color"), "= (1 2 3 4)");
-  EXPECT_EQ(text("vector2"), "= (1 2)");
-  EXPECT_EQ(text("qangle"), "= (10 20 30)");
-  EXPECT_EQ(text("quaternion"), "= (0 0 0.70710677 0.70710677)");
-  EXPECT_EQ(text("matrix"), "= (-7.5 -6.5 -5.5 -4.5 -3.5 -2.5 -1.5 -0.5 0.5 1.5 2.5 3.5 4.5 5.5 6.5 7.5)");
-  EXPECT_EQ(text("uint64"), "= 81985529216486895");
-  EXPECT_EQ(text("uint8"), "= 200");
-  EXPECT_EQ(text("bool_array"), "[3] = true, false, true");
-  EXPECT_EQ(text("string_array"), "[3] = \"a\", \"\", \"inline only\"");
-  EXPECT_EQ(text("time_array"), "[2] = 0.0000, -1.0000");
-  EXPECT_EQ(text("uint8_array"), "[3] = 0, 127, 255");
-  EXPECT_EQ(text("matrix_array_empty"), "[0]");
-  EXPECT_EQ(text("element"), "");
+  SampleTree sample;
+  std::string text = dumpDmx(mustRead(mustSave(*sample.root)), {.maxArrayItems = 8, .maxDepth = 1});
+  EXPECT_EQ(text.find("[3] DmeTransform"), text.rfind("[3] DmeTransform"));
+  EXPECT_TRUE(
+      text.ends_with("  $prefix_attribute$ element -> the prefix above\n"
+                     "not printed above:\n"
+                     "[2] DmeJoint \"bone\"\n"
+                     "  transform element:\n"
+                     "    [3] DmeTransform \"bone\"\n"
+                     "      position vector3 = (1 2.5 -3)\n"
+                     "      orientation quaternion = (0 0 0 1)\n"))
+      << text;
 }
 
 // Runs a command; its exit status and everything it printed.
 std::pair<int, std::string> run(const std::string& command) {
-  std::string output;
-  FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-  if (!pipe) return {-1, output};
-  std::array<char, 4096> chunk;
-  size_t got;
-  while ((got = std::fread(chunk.data(), 1, chunk.size(), pipe)) > 0) output.append(chunk.data(), got);
-  int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+  zv::testing::TempDir dir;
+  int status = std::system((command + " >'" + dir.file("out") + "' 2>&1").c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, zv::testing::readText(dir.file("out"))};
 }
 
 TEST(DmxDumpTool, PrintsAWrittenFileAndFailsOnABrokenOne) {
   zv::testing::TempDir dir;
   SampleTree sample;
   std::vector<uint8_t> bytes = mustSave(*sample.root);
+  EXPECT_EQ(dumpDmx(mustRead(bytes)), kSampleDump);
+  const std::string tool = std::string(ZV_DMXDUMP_PATH) + " '" + dir.str() + "/";
   zv::testing::writeBytes(dir.file("sample.dmx"), bytes);
-  auto [status, output] = run(std::string(ZV_DMXDUMP_PATH) + " '" + dir.file("sample.dmx") + "'");
-  EXPECT_EQ(status, 0);
-  EXPECT_EQ(output, kSampleDump);
-
+  EXPECT_EQ(run(tool + "sample.dmx'"), std::make_pair(0, std::string(kSampleDump)));
   bytes.resize(bytes.size() - 3);
   zv::testing::writeBytes(dir.file("cut.dmx"), bytes);
-  std::tie(status, output) = run(std::string(ZV_DMXDUMP_PATH) + " '" + dir.file("cut.dmx") + "'");
+  auto [status, output] = run(tool + "cut.dmx'");
   EXPECT_EQ(status, 1);
   EXPECT_NE(output.find("cut.dmx: DMX: unexpected end of data"), std::string::npos) << output;
-
-  std::tie(status, output) = run(std::string(ZV_DMXDUMP_PATH) + " '" + dir.file("missing.dmx") + "'");
-  EXPECT_EQ(status, 1);
-  EXPECT_NE(output.find("cannot read"), std::string::npos) << output;
 }
 
 TEST(IndependentReader, AcceptsEveryTypeInBothVariants) {
   std::filesystem::path reader = zv::testing::sharedDir() / "tools" / "dmxread.py";
-  if (zv::testing::sharedDir().empty() || !std::filesystem::exists(reader)) GTEST_SKIP() << "no shared tools";
-  if (run("python3 -c 'pass'").first != 0) GTEST_SKIP() << "no python3";
+  if (zv::testing::sharedDir().empty() || !std::filesystem::exists(reader) ||
+      run("python3 -c pass").first != 0)
+    GTEST_SKIP() << "no python3 or no shared tools";
   zv::testing::TempDir dir;
   testing::EveryTypeTree t;
   for (const char* encoding : {"binary", "binary_seqids"}) {
@@ -167,7 +115,6 @@ TEST(IndependentReader, AcceptsEveryTypeInBothVariants) {
     auto [status, output] = run("python3 '" + reader.string() + "' '" + dir.file("every.dmx") + "' --dump");
     EXPECT_EQ(status, 0) << output;
     EXPECT_NE(output.find("prefix: [('anim_frameRate', 30.0)"), std::string::npos) << output;
-    EXPECT_NE(output.find("elements: 2"), std::string::npos) << output;
     EXPECT_NE(output.find("vector3_array_empty : vector3_array = []"), std::string::npos) << output;
   }
 }
