@@ -5,20 +5,17 @@
 #include <algorithm>
 
 #include "base/log.h"
-#include "base/strings.h"
 #include "scm/p4_file.h"
-#include "scm/process.h"
 #include "scm_test_helpers.h"
-#include "support/test_support.h"
 
 namespace zv::scm {
 namespace {
 namespace fs = std::filesystem;
+using Names = std::vector<std::string>;
 
 size_t warnings(const LogCapture& capture) {
-  return static_cast<size_t>(
-      std::count_if(capture.records().begin(), capture.records().end(),
-                    [](const LogRecord& r) { return r.severity >= Severity::Warning; }));
+  return std::count_if(capture.records().begin(), capture.records().end(),
+                       [](const LogRecord& r) { return r.severity >= Severity::Warning; });
 }
 
 // Real repositories in a temporary folder. Git is reached through a wrapper first on
@@ -26,176 +23,110 @@ size_t warnings(const LogCapture& capture) {
 class GitRepository : public ::testing::Test {
  protected:
   void SetUp() override {
-    realGit_ = testing::programOnPath("git");
+    const char* path = std::getenv("PATH");
+    realGit_ = findOnPath("git", path ? path : "").value_or("");
     if (realGit_.empty()) GTEST_SKIP() << "git is not installed";
-    testing::writeScript(dir_.path() / "bin" / "git", "#!/bin/sh\necho \"$*\" >>'" + dir_.file("git-calls") +
-                                                          "'\nexec '" + realGit_ + "' \"$@\"\n");
+    testing::writeScript(dir_.path() / "bin/git",
+                         "#!/bin/sh\nprintf x >>'" + calls_ + "'\nexec '" + realGit_ + "' \"$@\"\n");
     repo_ = makeRepository("repo");
-    testing::FakeEnvironment env{{{"PATH", dir_.file("bin")}}};
-    system_ = chooseSourceControl({.forced = Backend::Git}, env.lookup());
-    ASSERT_EQ(system_->backend(), Backend::Git);
+    system_ = chooseSourceControl({.forced = Backend::Git},
+                                  testing::fixedEnvironment({{"PATH", dir_.file("bin")}}));
+    ASSERT_EQ(sourceControlBanner(*system_), "Source control: git\n");
   }
 
   fs::path makeRepository(const std::string& name) {
-    fs::path top = dir_.path() / name;
-    fs::create_directories(top);
-    git(top, {"init", "-q"});
-    git(top, {"config", "user.email", "builder@example.invalid"});
-    git(top, {"config", "user.name", "Builder"});
-    git(top, {"config", "commit.gpgsign", "false"});
-    return top;
+    fs::create_directories(dir_.path() / name);
+    git(dir_.path() / name, {"init", "-q"});
+    return dir_.path() / name;
   }
-
   // Runs the real git, not the counting wrapper.
   std::string git(const fs::path& top, std::vector<std::string> args) {
-    args.insert(args.begin(), {realGit_, "-C", top.string()});
+    args.insert(args.begin(), {realGit_, "-C", top.string(), "-c", "user.name=B", "-c",
+                               "user.email=b@example.invalid", "-c", "commit.gpgsign=false"});
     ProcessResult result = runProcess(args);
     EXPECT_TRUE(result.ok()) << describeCommand(args) << ": " << result.err;
     return result.out;
   }
-
-  std::vector<std::string> tracked(const fs::path& top) {
-    std::vector<std::string> files = split(git(top, {"ls-files"}), '\n');
-    files.erase(std::remove(files.begin(), files.end(), ""), files.end());
+  Names tracked(const fs::path& top) {
+    Names files = split(git(top, {"ls-files"}), '\n');
+    std::erase(files, "");
     return files;
   }
-
-  void commitFile(const fs::path& top, const std::string& name, const std::string& text) {
-    zv::testing::writeText(top / name, text);
-    git(top, {"add", "--", name});
-    git(top, {"commit", "-q", "-m", "fixture"});
-    fs::remove(dir_.path() / "git-calls");
-  }
-
   // Writes a file through the write protocol, as every writer of the converter does.
-  void writeThroughProtocol(const fs::path& file, const std::string& text) {
-    ScopedSourceControlWrite write(system_.get(), file.string());
-    zv::testing::writeText(file, text);
+  void write(const fs::path& file, const std::string& text = "x") {
+    ScopedSourceControlWrite guard(system_.get(), file.string());
+    testing::writeText(file, text);
   }
-
-  size_t gitCalls() const {
-    fs::path log = dir_.path() / "git-calls";
-    if (!fs::exists(log)) return 0;
-    std::string text = zv::testing::readText(log);
-    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-  }
+  // The wrapper writes one byte per call.
+  size_t gitCalls() const { return fs::exists(calls_) ? fs::file_size(calls_) : 0; }
 
   zv::testing::TempDir dir_;
-  std::string realGit_;
+  std::string calls_ = dir_.file("git-calls"), realGit_;
   fs::path repo_;
   std::unique_ptr<SourceControl> system_;
 };
 
-TEST_F(GitRepository, ANewFileIsAddedWhenTheBatchIsFlushed) {
-  writeThroughProtocol(repo_ / "props" / "crate_refs" / "mesh" / "crate.dmx", "mesh");
+TEST_F(GitRepository, NewFilesAreAddedAtFlushLiterallyOnceAndByTheirRepository) {
+  fs::path other = makeRepository("other");
+  testing::writeText(repo_ / "axb.dmx", "not ours");  // what "a*b.dmx" would match as a pattern
+  testing::writeText(repo_ / "x.dmx", "not ours");    // and "[x].dmx"
+  for (fs::path file : {repo_ / "props/mesh/crate.dmx", other / "b.dmx", repo_ / "a*b.dmx", repo_ / "[x].dmx",
+                        repo_ / "with space's.dmx", repo_ / "props/mesh/crate.dmx"})
+    write(file);
+  {
+    zv::testing::ScopedCurrentDir inside(repo_ / "props");
+    write("../rel.dmx");
+  }
   EXPECT_EQ(gitCalls(), 0u);  // nothing per file: it waits for the batch
-  EXPECT_TRUE(tracked(repo_).empty());
   EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_), std::vector<std::string>{"props/crate_refs/mesh/crate.dmx"});
-  EXPECT_EQ(sourceControlBanner(*system_), "Source control: git\n");
+  EXPECT_EQ(tracked(repo_),
+            (Names{"[x].dmx", "a*b.dmx", "props/mesh/crate.dmx", "rel.dmx", "with space's.dmx"}));
+  EXPECT_EQ(tracked(other), Names{"b.dmx"});
+  EXPECT_EQ(gitCalls(), 4u);  // a listing and an add per repository
+  EXPECT_TRUE(system_->flush());
+  EXPECT_EQ(gitCalls(), 4u);  // nothing left: no call
 }
 
-TEST_F(GitRepository, ATrackedFileStaysAsItWas) {
-  commitFile(repo_, "model.qmdl", "old");
-  writeThroughProtocol(repo_ / "model.qmdl", "new");
-  EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(git(repo_, {"diff", "--cached", "--name-only"}), "");  // not staged
-  EXPECT_EQ(git(repo_, {"status", "--porcelain"}), " M model.qmdl\n");
-  EXPECT_EQ(gitCalls(), 1u);  // the listing found nothing to add
-}
-
-TEST_F(GitRepository, AnIgnoredFileIsNotAddedAndNothingFails) {
-  commitFile(repo_, ".gitignore", "*.log\nbuild/\n");
-  LogCapture capture;
-  writeThroughProtocol(repo_ / "convert.log", "log");
-  writeThroughProtocol(repo_ / "build" / "out.dmx", "dmx");
-  writeThroughProtocol(repo_ / "kept.dmx", "dmx");
-  EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_), (std::vector<std::string>{".gitignore", "kept.dmx"}));
-  EXPECT_EQ(warnings(capture), 0u) << capture.text();
-}
-
-TEST_F(GitRepository, AFileOutsideAnyRepositoryIsLeftAlone) {
+TEST_F(GitRepository, TrackedIgnoredAndOutsideFilesStayAsTheyWere) {
   for (fs::path at = dir_.path(); at != at.parent_path(); at = at.parent_path()) {
     if (fs::exists(at / ".git")) GTEST_SKIP() << "the temporary folder is inside a repository";
   }
+  testing::writeText(repo_ / ".gitignore", "*.log\nbuild/\n");
+  testing::writeText(repo_ / "model.qmdl", "old");
+  git(repo_, {"add", "--", ".gitignore", "model.qmdl"});
+  git(repo_, {"commit", "-q", "-m", "fixture"});
   LogCapture capture;
-  writeThroughProtocol(dir_.path() / "loose" / "a.dmx", "x");
+  for (fs::path file :
+       {repo_ / "model.qmdl", repo_ / "convert.log", repo_ / "build/out.dmx", dir_.path() / "loose/a.dmx"})
+    write(file);
   EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(gitCalls(), 0u);
+  EXPECT_EQ(git(repo_, {"status", "--porcelain"}), " M model.qmdl\n");  // not staged
+  EXPECT_EQ(tracked(repo_), (Names{".gitignore", "model.qmdl"}));
+  EXPECT_EQ(gitCalls(), 1u);  // the repository's listing found nothing to add; the loose file asks nothing
   EXPECT_EQ(warnings(capture), 0u) << capture.text();
 }
 
 TEST_F(GitRepository, ThousandsOfFilesCostAFewCalls) {
-  constexpr int kFiles = 1000;
-  for (int i = 0; i < kFiles; ++i) {
-    writeThroughProtocol(repo_ / ("model" + std::to_string(i % 20)) / ("anim_" + std::to_string(i) + ".dmx"),
-                         "a");
-  }
+  constexpr size_t kFiles = 1000;
+  for (size_t i = 0; i < kFiles; ++i)
+    write(repo_ / ("model" + std::to_string(i % 20)) / (std::to_string(i) + ".dmx"));
   EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_).size(), static_cast<size_t>(kFiles));
+  EXPECT_EQ(tracked(repo_).size(), kFiles);
   // A listing and an add per batch of files.
-  size_t batches = (kFiles + GitSourceControl::kBatchFiles - 1) / GitSourceControl::kBatchFiles;
-  EXPECT_LE(gitCalls(), 2 * batches);
+  EXPECT_LE(gitCalls(), 2 * ((kFiles + GitSourceControl::kBatchFiles - 1) / GitSourceControl::kBatchFiles));
 }
 
-TEST_F(GitRepository, OneBatchServesEachRepositoryItTouches) {
-  fs::path other = makeRepository("other");
-  writeThroughProtocol(repo_ / "a.dmx", "a");
-  writeThroughProtocol(other / "b.dmx", "b");
-  writeThroughProtocol(repo_ / "sub" / "c.dmx", "c");
-  EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_), (std::vector<std::string>{"a.dmx", "sub/c.dmx"}));
-  EXPECT_EQ(tracked(other), std::vector<std::string>{"b.dmx"});
-  EXPECT_EQ(gitCalls(), 4u);
-}
-
-TEST_F(GitRepository, NamesAreTakenLiterallyNotAsPatterns) {
-  zv::testing::writeText(repo_ / "axb.dmx", "not ours");
-  zv::testing::writeText(repo_ / "x.dmx", "not ours");
-  writeThroughProtocol(repo_ / "a*b.dmx", "ours");
-  writeThroughProtocol(repo_ / "[x].dmx", "ours");
-  writeThroughProtocol(repo_ / "with space's.dmx", "ours");
-  EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_), (std::vector<std::string>{"[x].dmx", "a*b.dmx", "with space's.dmx"}));
-}
-
-TEST_F(GitRepository, AFileWrittenTwiceIsAddedOnce) {
-  writeThroughProtocol(repo_ / "a.dmx", "1");
-  writeThroughProtocol(repo_ / "a.dmx", "2");
-  EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_), std::vector<std::string>{"a.dmx"});
-  EXPECT_TRUE(system_->flush());  // nothing left: no call
-  EXPECT_EQ(gitCalls(), 2u);
-}
-
-TEST_F(GitRepository, RelativePathsAreAddedToTheRightRepository) {
-  fs::create_directories(repo_ / "deep");
-  zv::testing::ScopedCurrentDir inRepo(repo_ / "deep");
-  writeThroughProtocol("../rel.dmx", "r");
-  EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_), std::vector<std::string>{"rel.dmx"});
-}
-
-TEST_F(GitRepository, TheLastBatchIsAddedWhenTheSystemGoes) {
-  writeThroughProtocol(repo_ / "late.dmx", "x");
-  system_.reset();
-  EXPECT_EQ(tracked(repo_), std::vector<std::string>{"late.dmx"});
-}
-
-TEST_F(GitRepository, AFailingAddIsReportedAndTheRunGoesOn) {
+TEST_F(GitRepository, AFailingAddIsReportedAndTheLastBatchIsAddedWhenTheSystemGoes) {
   // Another git process holding the index makes the add fail.
-  zv::testing::writeText(repo_ / ".git" / "index.lock", "");
+  testing::writeText(repo_ / ".git/index.lock", "");
   LogCapture capture;
-  writeThroughProtocol(repo_ / "a.dmx", "x");
+  write(repo_ / "a.dmx");
   EXPECT_FALSE(system_->flush());
   EXPECT_EQ(capture.count("git: adding 1 files in"), 1u) << capture.text();
-  EXPECT_TRUE(fs::exists(repo_ / "a.dmx"));
-
-  fs::remove(repo_ / ".git" / "index.lock");
-  writeThroughProtocol(repo_ / "b.dmx", "x");
-  EXPECT_TRUE(system_->flush());
-  EXPECT_EQ(tracked(repo_), std::vector<std::string>{"b.dmx"});
+  fs::remove(repo_ / ".git/index.lock");
+  write(repo_ / "b.dmx");
+  system_.reset();
+  EXPECT_EQ(tracked(repo_), Names{"b.dmx"});
 }
 
 }  // namespace

@@ -5,187 +5,164 @@
 #include "base/log.h"
 #include "scm/p4_file.h"
 #include "scm_test_helpers.h"
-#include "support/test_support.h"
 
 namespace zv::scm {
 namespace {
 
-using Calls = std::vector<std::vector<std::string>>;
-using Args = std::vector<std::string>;
+using testing::Calls;
+using Events = std::vector<std::string>;
 
-TEST(P4Output, StateFromFstatRecords) {
-  const char* submitted =
-      "... depotFile //depot/a.dmx\n... clientFile /ws/a.dmx\n... isMapped \n... headAction edit\n"
-      "... headRev 3\n... haveRev 3\n\n";
-  EXPECT_EQ(p4::stateFromFstat(submitted), file_state::kInDepot);
-  EXPECT_EQ(p4::stateFromFstat(std::string(submitted, std::string(submitted).size() - 1) +
-                               "... action edit\n... change default\n\n"),
-            file_state::kOpened);
-  // Opened for add: no head revision yet, but already opened by this client.
-  EXPECT_EQ(p4::stateFromFstat("... depotFile //depot/n.dmx\n... action add\n\n"), file_state::kOpened);
-  // Deleted at head: it has to be added again.
-  EXPECT_EQ(p4::stateFromFstat("... depotFile //depot/d.dmx\n... headAction delete\n... headRev 4\n\n"),
-            file_state::kNotInDepot);
-  EXPECT_EQ(
-      p4::stateFromFstat("... depotFile //depot/d.dmx\r\n... headAction move/delete\r\n... headRev 2\r\n"),
-      file_state::kNotInDepot);
-  EXPECT_EQ(p4::stateFromFstat(""), file_state::kNotInDepot);
+// Answers a fixed state and records what is asked of it into the same list as the test's
+// own "write" step, so the order shows. Every open is refused, which must not change the
+// protocol.
+class RecordingSystem final : public SourceControl {
+ public:
+  RecordingSystem(int state, Events& events) : state_(state), events_(events) {}
+  Backend backend() const override { return Backend::P4; }
+  void setChangelist(const std::string&) override {}
+  int fileState(const std::string& path, int fileType, int changelist) override {
+    events_.push_back(format("state %s %d %d", path.c_str(), fileType, changelist));
+    return state_;
+  }
+  bool openForEdit(const std::string& path, int, int) override { return refuse("edit " + path); }
+  bool openForAdd(const std::string& path, int, int) override { return refuse("add " + path); }
+  bool flush() override { return true; }
+
+ private:
+  bool refuse(const std::string& event) {
+    events_.push_back(event);
+    return false;
+  }
+  int state_;
+  Events& events_;
+};
+
+TEST(WriteProtocol, StepsFollowTheStateInOrder) {
+  auto steps = [](int state, bool writeFails = false) {
+    Events events;
+    RecordingSystem system(state, events);
+    {
+      ScopedSourceControlWrite write(&system, "/out/a.dmx");
+      events.push_back("write");
+      if (writeFails) write.cancelAdd();
+    }
+    return events;
+  };
+  const std::string query = "state /out/a.dmx 2 -1";
+  EXPECT_EQ(steps(file_state::kOpened), (Events{query, "write"}));
+  EXPECT_EQ(steps(file_state::kInDepot), (Events{query, "edit /out/a.dmx", "write"}));
+  for (int state : {file_state::kNotInDepot, file_state::kNoSystem, 7})  // unknown states are added too
+    EXPECT_EQ(steps(state), (Events{query, "write", "add /out/a.dmx"})) << state;
+  EXPECT_EQ(steps(file_state::kNotInDepot, true), (Events{query, "write"}));
+
+  // Without a system every operation succeeds.
+  CP4File none(nullptr, "/out/a.dmx");
+  EXPECT_EQ(none.GetFileState(), file_state::kNoSystem);
+  EXPECT_TRUE(none.Add() && none.Edit() && none.Revert() && none.Delete());
+  NoSourceControl noSystem;
+  EXPECT_EQ(noSystem.fileState("/out/a.dmx", 2, -1), file_state::kNoSystem);
+  EXPECT_TRUE(noSystem.openForEdit("/out/a.dmx", 2, -1) && noSystem.openForAdd("/out/a.dmx", 2, -1));
 }
 
-TEST(P4Output, OnlyTheFirstRecordAndItsOwnFieldsCount) {
-  // Another user's open action is nested; it does not make the file opened here.
-  EXPECT_EQ(p4::stateFromFstat("... depotFile //depot/a\n... headRev 1\n... ... otherOpen0 bob@ws\n"
-                               "... ... otherAction0 edit\n... otherOpen 1\n\n"),
-            file_state::kInDepot);
-  EXPECT_EQ(p4::stateFromFstat(
-                "... depotFile //depot/a\n... headRev 1\n\n... depotFile //depot/b\n... action edit\n"),
-            file_state::kInDepot);
-}
-
-TEST(P4Output, EscapesAndRunWideFailures) {
+TEST(P4Output, StateFromTheFirstFstatRecordOnly) {
+  // Opened for add (no head yet); deleted at head (to be added again); another user's
+  // open, nested; a second record.
+  const std::pair<const char*, int> cases[] = {
+      {"... depotFile //n\n... action add\n\n", file_state::kOpened},
+      {"... depotFile //d\r\n... headAction move/delete\r\n... headRev 2\r\n", file_state::kNotInDepot},
+      {"... depotFile //a\n... headRev 1\n... ... otherOpen0 bob@ws\n... ... otherAction0 edit\n\n",
+       file_state::kInDepot},
+      {"... depotFile //a\n... headRev 1\n\n... depotFile //b\n... action edit\n", file_state::kInDepot},
+  };
+  for (const auto& [output, state] : cases) EXPECT_EQ(p4::stateFromFstat(output), state) << output;
   EXPECT_EQ(p4::escapePath("/ws/a@b#c%d*e f.dmx"), "/ws/a%40b%23c%25d%2Ae f.dmx");
-  EXPECT_EQ(p4::escapePath("/ws/plain name.dmx"), "/ws/plain name.dmx");
-  EXPECT_TRUE(p4::hasWildcardCharacters("x@y"));
-  EXPECT_FALSE(p4::hasWildcardCharacters("x y"));
-  EXPECT_EQ(
-      p4::runWideFailure("header:\n\tConnect to server failed; check $P4PORT.\n\tTCP connect failed.\n"),
-      "Connect to server failed; check $P4PORT.");
-  EXPECT_EQ(p4::runWideFailure("/ws/a - no such file(s).\n"), "");
 }
 
 // The p4 stand-in on a private PATH, chosen the way start-up chooses it.
 class P4Client : public ::testing::Test {
  protected:
-  P4Client() {
-    testing::FakeEnvironment env{{{"PATH", server_.binFolder()}, {"P4PORT", "localhost:1666"}}};
-    system_ = chooseSourceControl({}, env.lookup());
-  }
-
-  std::string file(const std::string& name) { return (server_.workspace() / name).string(); }
-
   testing::P4Double server_;
-  std::unique_ptr<SourceControl> system_;
+  std::unique_ptr<SourceControl> system_ = chooseSourceControl(
+      {}, testing::fixedEnvironment({{"PATH", server_.binFolder()}, {"P4PORT", "localhost:1666"}}));
 };
 
-TEST_F(P4Client, IsChosenAndNamed) {
-  ASSERT_EQ(system_->backend(), Backend::P4);
-  EXPECT_EQ(sourceControlBanner(*system_), "Source control: p4\n");
-}
-
-TEST_F(P4Client, AFileAlreadyOpenedIsWrittenWithoutFurtherCalls) {
-  std::string path = file("opened.dmx");
-  server_.addFile(path, 3, "edit", "edit");
-  {
-    ScopedSourceControlWrite write(system_.get(), path);
-    EXPECT_EQ(write.state(), file_state::kOpened);
-    zv::testing::writeText(path, "new");
+TEST_F(P4Client, CallsFollowTheStateOfEachFile) {
+  ASSERT_EQ(sourceControlBanner(*system_), "Source control: p4\n");
+  std::string opened = server_.file("opened.dmx"), known = server_.file("my model's \"refs\"/a b.dmx"),
+              fresh = server_.file("new_anim.dmx");
+  server_.addFile(opened, 3, "edit");
+  server_.addFile(known, 3);
+  struct Step {
+    std::string path;
+    int state;
+    Calls beforeWrite, afterWrite;
+  };
+  const Step steps[] = {
+      {opened, file_state::kOpened, {{"-ztag", "fstat", opened}}, {}},
+      {known, file_state::kInDepot, {{"-ztag", "fstat", known}, {"edit", "-c", "default", known}}, {}},
+      {fresh, file_state::kNotInDepot, {{"-ztag", "fstat", fresh}}, {{"add", "-c", "default", fresh}}},
+  };
+  for (const Step& step : steps) {
+    {
+      ScopedSourceControlWrite write(system_.get(), step.path);
+      EXPECT_EQ(write.state(), step.state) << step.path;
+      EXPECT_EQ(server_.takeCalls(), step.beforeWrite);
+      testing::writeText(step.path, "new");
+    }
+    EXPECT_EQ(server_.takeCalls(), step.afterWrite);
   }
-  EXPECT_EQ(server_.calls(), (Calls{{"-ztag", "fstat", path}}));
-}
-
-TEST_F(P4Client, AFileInTheDepotIsOpenedForEditBeforeTheWrite) {
-  std::string path = file("model.qmdl");
-  server_.addFile(path, 3);
-  {
-    ScopedSourceControlWrite write(system_.get(), path);
-    EXPECT_EQ(write.state(), file_state::kInDepot);
-    EXPECT_EQ(server_.calls(), (Calls{{"-ztag", "fstat", path}, {"edit", "-c", "default", path}}));
-    zv::testing::writeText(path, "new");
-  }
-  EXPECT_EQ(server_.calls().size(), 2u);  // nothing after the write
-  // The server now reports it opened, so a second write does nothing more.
-  EXPECT_EQ(CP4File(system_.get(), path).GetFileState(), file_state::kOpened);
-}
-
-TEST_F(P4Client, AnUnknownFileIsAddedAfterTheWrite) {
-  std::string path = file("new_anim.dmx");
-  {
-    ScopedSourceControlWrite write(system_.get(), path);
-    EXPECT_EQ(write.state(), file_state::kNotInDepot);
-    EXPECT_EQ(server_.calls(), (Calls{{"-ztag", "fstat", path}}));
-    zv::testing::writeText(path, "new");
-  }
-  EXPECT_EQ(server_.calls(), (Calls{{"-ztag", "fstat", path}, {"add", "-c", "default", path}}));
-}
-
-TEST_F(P4Client, UnknownFileStateDoesNotDependOnTheExitStatus) {
   // Clients differ in the exit status of fstat for an unknown file.
   for (const char* status : {"0", "1"}) {
     zv::testing::ScopedEnv exitStatus("ZV_P4_DOUBLE_MISSING_EXIT", status);
-    EXPECT_EQ(CP4File(system_.get(), file("unknown.dmx")).GetFileState(), file_state::kNotInDepot) << status;
+    EXPECT_EQ(CP4File(system_.get(), server_.file("unknown.dmx")).GetFileState(), file_state::kNotInDepot);
   }
 }
 
 TEST_F(P4Client, OpensGoIntoTheRunsChangelistOrTheFilesOwn) {
-  std::string edited = file("edited.dmx");
-  std::string added = file("added.dmx");
+  std::string edited = server_.file("e"), added = server_.file("a"), own = server_.file("n"),
+              plain = server_.file("d");
   server_.addFile(edited, 1);
   system_->setChangelist("4711");
   EXPECT_TRUE(CP4File(system_.get(), edited).Edit());
   EXPECT_TRUE(CP4File(system_.get(), added).Add());
-  EXPECT_TRUE(CP4File(system_.get(), file("numbered.dmx"), kDefaultFileType, 12).Add());
+  EXPECT_TRUE(CP4File(system_.get(), own, kDefaultFileType, 12).Add());
   system_->setChangelist("");
-  EXPECT_TRUE(CP4File(system_.get(), file("default.dmx")).Add());
-  EXPECT_EQ(server_.calls(), (Calls{{"edit", "-c", "4711", edited},
-                                    {"add", "-c", "4711", added},
-                                    {"add", "-c", "12", file("numbered.dmx")},
-                                    {"add", "-c", "default", file("default.dmx")}}));
+  EXPECT_TRUE(CP4File(system_.get(), plain).Add());
+  EXPECT_EQ(server_.takeCalls(), (Calls{{"edit", "-c", "4711", edited},
+                                        {"add", "-c", "4711", added},
+                                        {"add", "-c", "12", own},
+                                        {"add", "-c", "default", plain}}));
 }
 
-TEST_F(P4Client, PathsWithSpacesAndQuotesArriveWhole) {
-  std::string path = file("my model's \"refs\"/a b.dmx");
-  server_.addFile(path, 2);
-  {
-    ScopedSourceControlWrite write(system_.get(), path);
-    EXPECT_EQ(write.state(), file_state::kInDepot);
-  }
-  EXPECT_EQ(server_.calls(), (Calls{{"-ztag", "fstat", path}, {"edit", "-c", "default", path}}));
-}
-
-TEST_F(P4Client, WildcardCharactersInNamesAreEscapedOrForced) {
-  std::string known = file("seq@idle#2.dmx");
-  std::string fresh = file("100%.dmx");
+TEST_F(P4Client, WildcardCharactersAreEscapedOrForcedAndAFailedOpenIsLogged) {
+  std::string known = server_.file("seq@idle#2.dmx"), fresh = server_.file("100%.dmx");
   server_.addFile(known, 5);
   EXPECT_EQ(CP4File(system_.get(), known).GetFileState(), file_state::kInDepot);
   EXPECT_TRUE(CP4File(system_.get(), known).Edit());
   EXPECT_TRUE(CP4File(system_.get(), fresh).Add());
-  std::string escaped = file("seq%40idle%232.dmx");
-  EXPECT_EQ(server_.calls(), (Calls{{"-ztag", "fstat", escaped},
-                                    {"edit", "-c", "default", escaped},
-                                    {"add", "-c", "default", "-f", fresh}}));
-}
-
-TEST_F(P4Client, AFailedOpenIsLoggedAndTheWriteGoesOn) {
+  std::string escaped = server_.file("seq%40idle%232.dmx");
+  EXPECT_EQ(server_.takeCalls(), (Calls{{"-ztag", "fstat", escaped},
+                                        {"edit", "-c", "default", escaped},
+                                        {"add", "-c", "default", "-f", fresh}}));
+  // One file's failure leaves p4 in use for the others.
   LogCapture capture;
-  // Not on the client: the server refuses the edit.
-  std::string path = file("not_on_client.dmx");
+  std::string path = server_.file("not_on_client.dmx");
   EXPECT_FALSE(CP4File(system_.get(), path).Edit());
   EXPECT_EQ(capture.count("p4 edit of " + path + " failed: " + path + " - file(s) not on client."), 1u);
-  // One file's failure leaves p4 in use for the others.
-  EXPECT_TRUE(CP4File(system_.get(), file("other.dmx")).Add());
+  EXPECT_TRUE(CP4File(system_.get(), server_.file("other.dmx")).Add());
 }
 
 TEST_F(P4Client, AnUnreachableServerIsReportedOnceAndThenLeftAlone) {
   LogCapture capture;
   server_.goOffline();
   for (int i = 0; i < 3; ++i) {
-    ScopedSourceControlWrite write(system_.get(), file("f" + std::to_string(i) + ".dmx"));
+    ScopedSourceControlWrite write(system_.get(), server_.file(std::to_string(i)));
     EXPECT_EQ(write.state(), file_state::kNoSystem);
   }
-  EXPECT_EQ(server_.calls().size(), 1u);
-  EXPECT_EQ(capture.count("Connect to server failed"), 1u);
-  EXPECT_FALSE(CP4File(system_.get(), file("x.dmx")).Edit());
-  EXPECT_EQ(server_.calls().size(), 1u);
-}
-
-TEST(P4Program, AClientThatCannotRunDisablesP4WithOneWarning) {
-  LogCapture capture;
-  zv::testing::TempDir dir;
-  P4SourceControl system(dir.file("no-p4-here"));
-  EXPECT_EQ(system.fileState(dir.file("a.dmx"), kDefaultFileType, kRunChangelist), file_state::kNoSystem);
-  EXPECT_FALSE(system.available());
-  EXPECT_FALSE(system.openForAdd(dir.file("a.dmx"), kDefaultFileType, kRunChangelist));
-  EXPECT_EQ(capture.count("p4 cannot be used"), 1u);
+  EXPECT_FALSE(CP4File(system_.get(), server_.file("x.dmx")).Edit());
+  EXPECT_EQ(server_.takeCalls().size(), 1u);
+  EXPECT_EQ(capture.count("p4 cannot be used (Connect to server failed; check $P4PORT.)"), 1u)
+      << capture.text();
 }
 
 }  // namespace

@@ -1,52 +1,67 @@
 #pragma once
-// Shared pieces of the source-control tests: executable scripts, the p4 stand-in on a
-// private PATH, and an environment for the start-up choice.
+// Shared pieces of the source-control tests: scripts, a fixed environment and the p4
+// stand-in on a private PATH.
 
 #include <filesystem>
+#include <fstream>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "base/strings.h"
+#include "scm/process.h"
 #include "scm/source_control.h"
 #include "support/test_support.h"
 
 namespace zv::scm::testing {
 
-// Writes an executable script.
-void writeScript(const std::filesystem::path& file, const std::string& text);
+using Calls = std::vector<std::vector<std::string>>;
+using zv::testing::readText;
+using zv::testing::writeText;
 
-// The full path of a program on this process's PATH, or "".
-std::string programOnPath(const char* name);
+inline void writeScript(const std::filesystem::path& file, const std::string& text) {
+  writeText(file, text);
+  std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+}
 
-// A fixed set of environment variables, as the start-up choice sees them.
-struct FakeEnvironment {
-  std::map<std::string, std::string> values;
-  EnvironmentLookup lookup() const;
-};
+// Exactly these variables, as the start-up choice sees the environment.
+inline EnvironmentLookup fixedEnvironment(std::map<std::string, std::string> values) {
+  return [values = std::move(values)](const std::string& name) -> std::optional<std::string> {
+    auto it = values.find(name);
+    return it == values.end() ? std::nullopt : std::optional<std::string>(it->second);
+  };
+}
 
 // The p4 stand-in (tests/scm/p4) in a folder of its own, with its server table and call
-// record in a temporary folder named by ZV_P4_DOUBLE_DIR for the object's lifetime.
+// record beside it, named by ZV_P4_DOUBLE_DIR for the object's lifetime.
 class P4Double {
  public:
-  P4Double();
-
-  std::string program() const { return (dir_.path() / "bin" / "p4").string(); }
-  std::string binFolder() const { return (dir_.path() / "bin").string(); }
-  // A folder for the workspace's files.
-  std::filesystem::path workspace() const { return dir_.path() / "ws"; }
-
-  // Puts a file on the server: submitted at rev (0 = never submitted), opened by this
-  // client with action ("" = not opened).
-  void addFile(const std::string& clientPath, int rev, const std::string& headAction = "edit",
-               const std::string& action = "");
-  void goOffline();
-  // Every call so far, one argument vector each.
-  std::vector<std::vector<std::string>> calls() const;
+  // Copied so that the test does not depend on the checkout keeping the execute bit.
+  P4Double() { writeScript(dir_.path() / "bin/p4", readText(zv::testing::sourceDir() / "tests/scm/p4")); }
+  std::string binFolder() const { return dir_.file("bin"); }
+  std::string file(const std::string& name) const { return dir_.file("ws/" + name); }
+  // Puts a file on the server, submitted at rev (0 = never) and opened by this client
+  // with action ("" = not opened).
+  void addFile(const std::string& clientPath, int rev, const std::string& action = "") {
+    std::ofstream(dir_.path() / "depot", std::ios::app)
+        << format("%s|//depot%s|%d|edit|%s|%s\n", clientPath.c_str(), clientPath.c_str(), rev, action.c_str(),
+                  action.empty() ? "" : "default");
+  }
+  void goOffline() { writeText(dir_.path() / "offline", ""); }
+  // The arguments of every call since the last time they were taken.
+  Calls takeCalls() {
+    Calls calls;
+    std::filesystem::path record = dir_.path() / "calls";
+    for (const std::string& line : split(std::filesystem::exists(record) ? readText(record) : "", '\n')) {
+      if (!line.empty()) calls.push_back(split(line, '\t'));
+    }
+    std::filesystem::remove(record);
+    return calls;
+  }
 
  private:
   zv::testing::TempDir dir_;
-  zv::testing::ScopedEnv env_;
+  zv::testing::ScopedEnv env_{"ZV_P4_DOUBLE_DIR", dir_.str().c_str()};
 };
 
 }  // namespace zv::scm::testing
