@@ -76,17 +76,5 @@ TEST(ArchiveConversion, ModelsFromAnArchiveMatchTheSameModelsConvertedLoose) {
             std::string::npos);
 }
 
-TEST(ArchiveConversion, AGameInformationArchiveServesMaterials) {
-  ArchiveGame game;
-  writeFamily(buildFiles(crateModel()), game.dir.file("work"), "crate");
-  writeText(game.dir.file("mymod/gameinfo.gi"),
-            "\"GameInfo\" { FileSystem { SearchPaths { Game content/pak01.qpk Game |mod|missing.qpk } } }");
-  LogCapture log;
-  ASSERT_EQ(runDriver({"-game", "mymod", "-o", "out", "work/crate.mdl"}), 0) << log.text();
-  EXPECT_EQ(log.count("missing_dir.qpk"), 1u);  // a missing archive is a warning, not a failure
-  EXPECT_EQ(zv::testing::readText(game.dir.path() / "out/crate_refs.txt"),
-            "importfilelist\n{\n\t\"file\"\t\"materials\\models\\props\\crate.qmt\"\n}\n");
-}
-
 }  // namespace
 }  // namespace zv::app
