@@ -10,8 +10,9 @@ namespace {
 
 using zv::testing::readText;
 using zv::testing::TempDir;
+using Calls = std::vector<std::string>;
 
-// Records the protocol as source control sees it.
+// Records the protocol as source control sees it, with what the file holds at the time.
 class RecordingSourceControl : public scm::SourceControl {
  public:
   explicit RecordingSourceControl(int state) : state_(state) {}
@@ -21,80 +22,58 @@ class RecordingSourceControl : public scm::SourceControl {
     calls.push_back("state " + path);
     return state_;
   }
-  bool openForEdit(const std::string& path, int, int) override {
-    calls.push_back("edit " + path + (std::filesystem::exists(path) ? " (exists)" : ""));
-    return true;
-  }
-  bool openForAdd(const std::string& path, int, int) override {
-    calls.push_back("add " + path + (std::filesystem::exists(path) ? " (exists)" : ""));
-    return true;
-  }
+  bool openForEdit(const std::string& path, int, int) override { return record("edit", path); }
+  bool openForAdd(const std::string& path, int, int) override { return record("add", path); }
   bool flush() override { return true; }
-  std::vector<std::string> calls;
+  Calls calls;
 
  private:
+  bool record(const char* what, const std::string& path) {
+    calls.push_back(what + (" " + path) +
+                    (std::filesystem::exists(path) ? " holding " + readText(path) : ""));
+    return true;
+  }
   int state_;
 };
 
-TEST(Output, WritesInsideTheRootCreatingFolders) {
-  TempDir dir;
-  Output out(dir.str(), nullptr);
-  ASSERT_TRUE(out.writeText(dir.file("a/b/c.txt"), "hello"));
-  EXPECT_EQ(readText(dir.path() / "a/b/c.txt"), "hello");
-  EXPECT_EQ(out.written(), std::vector<std::string>{dir.file("a/b/c.txt")});
-}
-
-TEST(Output, RefusesPathsThatLeaveTheRoot) {
+TEST(Output, WritesInsideTheRootOnlyAndOncePerModel) {
   TempDir dir;
   Output out(dir.file("out"), nullptr);
-  for (std::string path : {dir.file("out/../escape.txt"), dir.file("outside.txt"), dir.file("out"),
-                           dir.file("out2/x.txt"), std::string("/etc/passwd"), dir.file("out/a/../../b.txt")}) {
+  ASSERT_TRUE(out.writeText(dir.file("out/a/b/c.txt"), "hello"));
+  EXPECT_EQ(readText(dir.path() / "out/a/b/c.txt"), "hello");
+  EXPECT_TRUE(out.writeText(dir.file("out/a/../inside.txt"), "x"));
+  EXPECT_EQ(out.written(), (Calls{dir.file("out/a/b/c.txt"), dir.file("out/inside.txt")}));
+  for (std::string path :
+       {dir.file("out/../escape.txt"), dir.file("outside.txt"), dir.file("out"), dir.file("out2/x.txt"),
+        std::string("/etc/passwd"), dir.file("out/a/../../b.txt")}) {
     Status s = out.writeText(path, "x");
-    EXPECT_FALSE(s) << path;
-    if (!s) {
-      EXPECT_NE(s.message().find("outside the output root"), std::string::npos);
-    }
+    ASSERT_FALSE(s) << path;
+    EXPECT_NE(s.message().find("outside the output root"), std::string::npos) << s.message();
   }
   EXPECT_FALSE(std::filesystem::exists(dir.path() / "escape.txt"));
   EXPECT_FALSE(std::filesystem::exists(dir.path() / "b.txt"));
-  EXPECT_TRUE(out.writeText(dir.file("out/a/../inside.txt"), "x"));
-  EXPECT_TRUE(std::filesystem::exists(dir.path() / "out/inside.txt"));
-}
 
-TEST(Output, ASecondWriteOfOnePathInOneModelIsRefused) {
-  TempDir dir;
-  Output out(dir.str(), nullptr);
-  ASSERT_TRUE(out.writeText(dir.file("m.dmx"), "first"));
-  Status second = out.writeText(dir.file("./m.dmx"), "second");
-  EXPECT_FALSE(second);
-  EXPECT_EQ(readText(dir.path() / "m.dmx"), "first");
+  EXPECT_FALSE(out.writeText(dir.file("out/./a/b/c.txt"), "second"));
+  EXPECT_EQ(readText(dir.path() / "out/a/b/c.txt"), "hello");
   out.beginModel();
-  EXPECT_TRUE(out.writeText(dir.file("m.dmx"), "next model"));
-  EXPECT_EQ(readText(dir.path() / "m.dmx"), "next model");
+  EXPECT_TRUE(out.writeText(dir.file("out/a/b/c.txt"), "next model"));
+  EXPECT_EQ(readText(dir.path() / "out/a/b/c.txt"), "next model");
 }
 
 TEST(Output, SourceControlProtocolFollowsTheFileState) {
   TempDir dir;
   std::string file = dir.file("x.txt");
-  {
-    RecordingSourceControl opened(scm::file_state::kOpened);
-    Output out(dir.str(), &opened);
-    ASSERT_TRUE(out.writeText(file, "1"));
-    EXPECT_EQ(opened.calls, std::vector<std::string>{"state " + file});
-  }
-  {
-    RecordingSourceControl inDepot(scm::file_state::kInDepot);
-    Output out(dir.str(), &inDepot);
-    ASSERT_TRUE(out.writeText(file, "2"));
-    // Opened for edit while the old file is still there, before the write replaces it.
-    EXPECT_EQ(inDepot.calls, (std::vector<std::string>{"state " + file, "edit " + file + " (exists)"}));
-  }
-  {
-    std::filesystem::remove(file);
-    RecordingSourceControl unknown(scm::file_state::kNotInDepot);
-    Output out(dir.str(), &unknown);
-    ASSERT_TRUE(out.writeText(file, "3"));
-    EXPECT_EQ(unknown.calls, (std::vector<std::string>{"state " + file, "add " + file + " (exists)"}));
+  // Opened for edit while the old file is still there, added once the new one is.
+  const std::pair<int, Calls> cases[] = {
+      {scm::file_state::kOpened, {"state " + file}},
+      {scm::file_state::kInDepot, {"state " + file, "edit " + file + " holding old"}},
+      {scm::file_state::kNotInDepot, {"state " + file, "add " + file + " holding new"}},
+  };
+  for (const auto& [state, calls] : cases) {
+    zv::testing::writeText(file, "old");
+    RecordingSourceControl system(state);
+    ASSERT_TRUE(Output(dir.str(), &system).writeText(file, "new"));
+    EXPECT_EQ(system.calls, calls);
   }
 }
 
@@ -104,10 +83,8 @@ TEST(Output, AFailedWriteIsNotAddedAndLeavesNoTemporary) {
   RecordingSourceControl unknown(scm::file_state::kNotInDepot);
   Output out(dir.str(), &unknown);
   EXPECT_FALSE(out.writeText(dir.file("taken.txt"), "x"));
-  EXPECT_EQ(unknown.calls.size(), 1u);  // the state query only
-  size_t entries = 0;
-  for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator(dir.path())) ++entries;
-  EXPECT_EQ(entries, 1u);
+  EXPECT_EQ(unknown.calls, Calls{"state " + dir.file("taken.txt")});
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
 }
 
 TEST(SafeNames, NamesFromFilesBecomeSingleComponents) {
