@@ -20,21 +20,18 @@ struct ExternalReadResult {
 
 // Nothing when python3 or the shared reader is not available.
 inline std::optional<ExternalReadResult> runExternalKv3Reader(const std::string& text) {
-  std::filesystem::path shared = sharedDir();
-  if (shared.empty()) return std::nullopt;
-  std::filesystem::path script = shared / "tools" / "kv3read.py";
-  if (!std::filesystem::is_regular_file(script)) return std::nullopt;
-  if (std::system("python3 -c pass >/dev/null 2>&1") != 0) return std::nullopt;
+  std::filesystem::path script = sharedDir() / "tools" / "kv3read.py";
+  if (sharedDir().empty() || !std::filesystem::is_regular_file(script) ||
+      std::system("python3 -c pass >/dev/null 2>&1") != 0) {
+    return std::nullopt;
+  }
   TempDir dir;
   std::string input = dir.file("doc.kv3");
   std::string output = dir.file("out.txt");
   writeText(input, text);
   std::string command = "python3 '" + script.string() + "' '" + input + "' >'" + output + "' 2>&1";
   int status = std::system(command.c_str());
-  ExternalReadResult result;
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.output = readText(output);
-  return result;
+  return ExternalReadResult{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(output)};
 }
 
 }  // namespace zv::testing
