@@ -30,7 +30,7 @@ class RecordingSourceControl : public scm::SourceControl {
  private:
   bool record(const char* what, const std::string& path) {
     calls.push_back(what + (" " + path) +
-                    (std::filesystem::exists(path) ? " holding " + readText(path) : ""));
+                    (std::filesystem::is_regular_file(path) ? " holding " + readText(path) : ""));
     return true;
   }
   int state_;
