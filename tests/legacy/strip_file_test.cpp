@@ -2,15 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "legacy/family.h"
+#include "mdlforge/byte_writer.h"
 #include "support/model_fixtures.h"
 
 namespace zv::legacy {
 namespace {
 
+using mdlforge::placeKey;
 using zv::testing::buildFiles;
 using zv::testing::crateModel;
-using zv::testing::familyFiles;
 using zv::testing::triangleMesh;
 
 // Two meshes, the first with two strip groups, the second with one group of two strips:
@@ -19,9 +22,9 @@ mdlforge::Description multiGroupModel(int32_t version, mdlforge::StripLayout lay
   mdlforge::Description d = crateModel();
   d.version = version;
   d.strip.layout = layout;
-  d.textures = {"a", "b"};
   mdlforge::Mesh first = triangleMesh(0, 4);
-  first.lods = {{mdlforge::triangleGroup(6, {0, 1, 2, 3, 4, 5}), mdlforge::triangleGroup(6, {5, 4, 3, 2, 1, 0})}};
+  first.lods = {
+      {mdlforge::triangleGroup(6, {0, 1, 2, 3, 4, 5}), mdlforge::triangleGroup(6, {5, 4, 3, 2, 1, 0})}};
   mdlforge::Mesh second = triangleMesh(1, 2, 10);
   mdlforge::StripGroup group = mdlforge::triangleGroup(6, {0, 1, 2});
   group.strips.push_back({{3, 4, 5}});
@@ -52,10 +55,8 @@ Result<VtxFile> parse(const mdlforge::ModelFiles& files, int32_t version) {
 
 TEST(StripLayouts, EachLayoutIsRecognisedWhateverTheModelVersion) {
   for (int32_t version : {44, 48, 49}) {
-    auto shortFiles = buildFiles(multiGroupModel(version, mdlforge::StripLayout::Short));
-    auto longFiles = buildFiles(multiGroupModel(version, mdlforge::StripLayout::Extended));
-    auto shortRead = parse(shortFiles, version);
-    auto longRead = parse(longFiles, version);
+    auto shortRead = parse(buildFiles(multiGroupModel(version, mdlforge::StripLayout::Short)), version);
+    auto longRead = parse(buildFiles(multiGroupModel(version, mdlforge::StripLayout::Extended)), version);
     ASSERT_TRUE(shortRead) << shortRead.message();
     ASSERT_TRUE(longRead) << longRead.message();
     EXPECT_EQ(shortRead->layout, StripLayout::WithoutTopology) << version;
@@ -65,63 +66,53 @@ TEST(StripLayouts, EachLayoutIsRecognisedWhateverTheModelVersion) {
   }
 }
 
-TEST(StripLayouts, ASingleRecordTieGoesToTheVersionsUsualLayout) {
-  // One group with one strip: both readings give the same geometry.
-  for (auto [version, expected] : {std::pair{48, StripLayout::WithoutTopology}, std::pair{49, StripLayout::WithTopology}}) {
-    mdlforge::Description d = crateModel();
-    d.version = version;
-    auto files = buildFiles(d);
-    auto read = parse(files, version);
-    ASSERT_TRUE(read) << read.message();
-    EXPECT_EQ(geometry(*read).size(), 1u);
-    EXPECT_EQ(geometry(*read)[0], (std::vector<uint16_t>{0, 1, 2, 3, 4, 5, 0xFFFF, 0, 1, 2, 3, 4, 5, 6}));
+TEST(StripLayouts, ATieGoesToTheLayoutTheModelVersionUsuallyHas) {
+  // With the one strip moved away from its group, nothing tells the layouts apart: both
+  // readings hold and neither packs its records.
+  for (auto [version, expected] :
+       {std::pair{48, StripLayout::WithoutTopology}, std::pair{49, StripLayout::WithTopology}}) {
+    for (auto written : {mdlforge::StripLayout::Short, mdlforge::StripLayout::Extended}) {
+      mdlforge::Description d = crateModel();
+      d.version = version;
+      d.strip.layout = written;
+      auto files = buildFiles(d);
+      size_t group = files.where.vtx.at(placeKey("stripgroup", {0, 0, 0, 0, 0}));
+      auto strip = files.vtx->begin() + ptrdiff_t(files.where.vtx.at(placeKey("strip", {0, 0, 0, 0, 0, 0})));
+      std::vector<uint8_t> moved(strip, strip + 35);
+      mdlforge::poke<int32_t>(*files.vtx, group + 20, int32_t(files.vtx->size() - group));
+      files.vtx->insert(files.vtx->end(), moved.begin(), moved.end());
+      auto read = parse(files, version);
+      ASSERT_TRUE(read) << read.message();
+      EXPECT_EQ(read->layout, expected) << version;
+      EXPECT_EQ(geometry(*read),
+                (std::vector<std::vector<uint16_t>>{{0, 1, 2, 3, 4, 5, 0xFFFF, 0, 1, 2, 3, 4, 5, 6}}));
+    }
   }
 }
 
-TEST(StripLayouts, MaterialReplacementsArePerLod) {
-  mdlforge::Description d = crateModel();
-  d.textures = {"a", "b", "c"};
-  d.bodyParts[0].models[0].meshes[0].lods.push_back({mdlforge::triangleGroup(6, {0, 1, 2})});
-  d.strip.replacements = {{{2, "other/c_lod0"}}, {{0, "a_far"}, {2, "c_far"}}};
-  auto read = parse(buildFiles(d), 48);
-  ASSERT_TRUE(read) << read.message();
-  EXPECT_EQ(read->lodCount, 2);
-  ASSERT_EQ(read->materialReplacements.size(), 2u);
-  ASSERT_EQ(read->materialReplacements[1].size(), 2u);
-  EXPECT_EQ(read->materialReplacements[0][0].material, 2);
-  EXPECT_EQ(read->materialReplacements[0][0].name, "other/c_lod0");
-  EXPECT_EQ(read->materialReplacements[1][1].name, "c_far");
-}
-
-TEST(StripChecks, IndicesAndStripsMustStayInsideTheirGroup) {
-  {
-    mdlforge::Description d = crateModel();
-    d.bodyParts[0].models[0].meshes[0].lods[0][0].strips[0].indices[4] = 6;  // the group has 6 vertices
-    auto read = parse(buildFiles(d), 48);
-    ASSERT_FALSE(read);
-    EXPECT_NE(read.message().find("index[4] = 6 is past the group's 6 vertices"), std::string::npos) << read.message();
-  }
-  {
-    auto files = buildFiles(crateModel());
-    size_t strip = files.where.vtx.at(mdlforge::placeKey("strip", {0, 0, 0, 0, 0, 0}));
-    int32_t count = 99;
-    std::memcpy(files.vtx->data() + strip, &count, 4);
-    auto read = parse(files, 48);
-    ASSERT_FALSE(read);
-    EXPECT_NE(read.message().find("lie outside the group's 6 indices"), std::string::npos) << read.message();
-  }
-}
-
-TEST(StripChecks, OverlappingGroupArraysAreRefused) {
+// Each case breaks one field of an otherwise valid file; the message says what.
+TEST(StripChecks, RecordsThatDoNotFitTogetherAreRefused) {
   auto files = buildFiles(multiGroupModel(48, mdlforge::StripLayout::Short));
-  // Point the second mesh's group array at the first mesh's groups.
-  size_t firstMesh = files.where.vtx.at(mdlforge::placeKey("mesh", {0, 0, 0, 0}));
-  size_t secondMesh = files.where.vtx.at(mdlforge::placeKey("mesh", {0, 0, 0, 1}));
-  int32_t firstGroups = ByteView(*files.vtx).readOr<int32_t>(firstMesh + 4, 0) + int32_t(firstMesh);
-  int32_t relative = firstGroups + 25 - int32_t(secondMesh);
-  std::memcpy(files.vtx->data() + secondMesh + 4, &relative, 4);
-  auto read = parse(files, 48);
-  ASSERT_FALSE(read);
+  auto at = [&](const char* name, std::initializer_list<size_t> path) {
+    return files.where.vtx.at(placeKey(name, path));
+  };
+  size_t secondMesh = at("mesh", {0, 0, 0, 1});
+  size_t strip = at("strip", {0, 0, 0, 0, 0, 0});
+  const std::tuple<size_t, int32_t, std::string> cases[] = {
+      {at("indices", {0, 0, 0, 0, 0}) + 2 * 4, 6,
+       "stripgroup[0]: index[4] = 6 is past the group's 6 vertices"},
+      {strip, 99,
+       "strip[0] at offset " + std::to_string(strip) + ": indices 0..0+99 lie outside the group's 6 indices"},
+      // The second mesh's group array moved into the first mesh's.
+      {secondMesh + 4, int32_t(at("stripgroup", {0, 0, 0, 0, 0}) + 25 - secondMesh), "overlap"},
+  };
+  for (const auto& [field, value, expected] : cases) {
+    std::vector<uint8_t> bytes = *files.vtx;
+    mdlforge::poke<int32_t>(bytes, field, value);
+    auto read = VtxFile::parse("m.dx90.vtx", ByteView(bytes), 48);
+    ASSERT_FALSE(read) << expected;
+    EXPECT_NE(read.message().find(expected), std::string::npos) << read.message();
+  }
 }
 
 }  // namespace

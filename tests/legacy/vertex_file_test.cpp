@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "legacy/family.h"
+#include "mdlforge/byte_writer.h"
 #include "support/model_fixtures.h"
 
 namespace zv::legacy {
@@ -10,7 +13,6 @@ namespace {
 
 using zv::testing::buildFiles;
 using zv::testing::crateModel;
-using zv::testing::familyFiles;
 using zv::testing::vertexAt;
 
 // A model whose one mesh has six vertices told apart by their x coordinate (0..5).
@@ -35,7 +37,7 @@ TEST(VertexFixups, RangesOfEveryLodAreConcatenatedInTableOrder) {
   mdlforge::Description d = sixVertexModel();
   d.vertexFile.fixupMode = mdlforge::FixupMode::Explicit;
   d.vertexFile.storedOrder = {5, 4, 3, 2, 1, 0};  // stored position i holds mesh vertex 5 - i
-  d.vertexFile.fixups = {{0, 4, 2}, {2, 0, 1}, {1, 1, 3}};
+  d.vertexFile.fixups = {{0, 4, 2}, {2, 0, 1}, {-1, 0, 6}, {1, 1, 3}};  // ranges below LOD 0 add nothing
   auto files = buildFiles(d);
   ByteView source(*files.qvd);
   ASSERT_TRUE(validateVertexFile("x.qvd", source));
@@ -49,54 +51,31 @@ TEST(VertexFixups, RangesOfEveryLodAreConcatenatedInTableOrder) {
   VertexFile resolved = VertexFile::resolve(source);
   // Stored positions 4,5 then 0 then 1,2,3 hold mesh vertices 1,0,5,4,3,2.
   EXPECT_EQ(xs(resolved), (std::vector<float>{1, 0, 5, 4, 3, 2}));
-  ASSERT_EQ(resolved.tangents().size(), 6u);
-  EXPECT_EQ(resolved.tangents()[2].w, 5.0f);
-  // The second texture coordinates follow the same ranges.
-  ASSERT_EQ(resolved.extraUvs().size(), 6u);
-  EXPECT_EQ(resolved.extraUvs()[0].x, 1.0f);
-  EXPECT_EQ(resolved.extraUvs()[2].x, 5.0f);
+  // Tangents and second texture coordinates (w and u = the mesh vertex) follow the same ranges.
+  std::vector<float> tangentWs, extraUs;
+  for (const Vector4& t : resolved.tangents()) tangentWs.push_back(t.w);
+  for (const Vector2& uv : resolved.extraUvs()) extraUs.push_back(uv.x);
+  EXPECT_EQ(tangentWs, xs(resolved));
+  EXPECT_EQ(extraUs, xs(resolved));
+  // A negative fixup count resolves to nothing rather than to a huge copy.
+  mdlforge::poke<int32_t>(*files.qvd, 48, -2);
+  EXPECT_TRUE(VertexFile::resolve(ByteView(*files.qvd)).vertices().empty());
 }
 
 TEST(VertexFixups, WithoutFixupsVerticesAndTangentsAreCopiedUnchanged) {
-  mdlforge::Description d = sixVertexModel();
-  auto files = buildFiles(d);
-  ByteView source(*files.qvd);
-  VertexFileHeader original = *readVertexFileHeader(source);
-  std::vector<uint8_t> copy(files.qvd->size());
-  EXPECT_EQ(ResolveVertexFixups(source, copy), 6);
-  size_t vertexBytes = 48 * 6, tangentBytes = 16 * 6;
-  EXPECT_TRUE(std::equal(copy.begin() + original.vertexOffset, copy.begin() + original.vertexOffset + vertexBytes,
-                         files.qvd->begin() + original.vertexOffset));
+  auto files = buildFiles(sixVertexModel());
+  const std::vector<uint8_t>& source = *files.qvd;
+  VertexFileHeader original = *readVertexFileHeader(ByteView(source));
+  std::vector<uint8_t> copy(source.size());
+  EXPECT_EQ(ResolveVertexFixups(ByteView(source), copy), 6);
   // The tangent array directly follows the vertex array in the copy.
   VertexFileHeader h = *readVertexFileHeader(ByteView(copy));
-  EXPECT_EQ(h.tangentOffset, original.vertexOffset + int32_t(vertexBytes));
-  EXPECT_TRUE(std::equal(copy.begin() + h.tangentOffset, copy.begin() + h.tangentOffset + tangentBytes,
-                         files.qvd->begin() + original.tangentOffset));
-}
-
-TEST(VertexFixups, NegativeLodRangesAndNegativeCountsAddNothing) {
-  mdlforge::Description d = sixVertexModel();
-  d.vertexFile.fixupMode = mdlforge::FixupMode::Explicit;
-  d.vertexFile.fixups = {{0, 0, 3}, {-1, 3, 3}};
-  auto files = buildFiles(d);
-  EXPECT_EQ(xs(VertexFile::resolve(ByteView(*files.qvd))), (std::vector<float>{0, 1, 2}));
-
-  std::vector<uint8_t> bytes = *files.qvd;
-  int32_t negative = -2;
-  std::memcpy(bytes.data() + 48, &negative, 4);
-  EXPECT_TRUE(VertexFile::resolve(ByteView(bytes)).vertices().empty());
-}
-
-TEST(VertexFixups, TheBuildersAutomaticFixupsResolveToMeshOrder) {
-  mdlforge::Description d = sixVertexModel();
-  mdlforge::Mesh& mesh = d.bodyParts[0].models[0].meshes[0];
-  mesh.lods.push_back({mdlforge::triangleGroup(3, {0, 1, 2})});  // LOD 1 uses only vertices 0..2
-  d.vertexFile.fixupMode = mdlforge::FixupMode::Auto;
-  auto files = buildFiles(d);
-  ASSERT_GT(readVertexFileHeader(ByteView(*files.qvd))->fixupCount, 1);
-  auto model = loadModelFamily(familyFiles(files));
-  ASSERT_TRUE(model) << model.message();
-  EXPECT_EQ(xs(*model->vertices), (std::vector<float>{0, 1, 2, 3, 4, 5}));
+  ASSERT_EQ(h.tangentOffset, original.vertexOffset + 48 * 6);
+  auto bytes = [](const std::vector<uint8_t>& file, int32_t at, size_t n) {
+    return std::vector<uint8_t>(file.begin() + at, file.begin() + at + ptrdiff_t(n));
+  };
+  EXPECT_EQ(bytes(copy, h.vertexOffset, 48 * 6), bytes(source, original.vertexOffset, 48 * 6));
+  EXPECT_EQ(bytes(copy, h.tangentOffset, 16 * 6), bytes(source, original.tangentOffset, 16 * 6));
 }
 
 TEST(VertexFixups, AFileWithoutTangentsSaysSo) {
@@ -115,36 +94,41 @@ TEST(VertexFileChecks, RangesThatLeaveTheFileAreRefused) {
   auto files = buildFiles(crateModel());  // tangents end the file: no extra data after them
   auto patched = [&](size_t field, int32_t value) {
     std::vector<uint8_t> bytes = *files.qvd;
-    std::memcpy(bytes.data() + field, &value, 4);
+    mdlforge::poke<int32_t>(bytes, field, value);
     return validateVertexFile("x.qvd", ByteView(bytes));
   };
   EXPECT_TRUE(patched(16, 6));
-  EXPECT_FALSE(patched(16, 7));            // one vertex more than stored
-  EXPECT_FALSE(patched(16, -1));           // negative count
-  EXPECT_FALSE(patched(56, 1 << 30));      // vertex data past the end
-  EXPECT_FALSE(patched(56, 8));            // vertex data inside the header
-  EXPECT_FALSE(patched(60, 1 << 30));      // tangents past the end
-  EXPECT_FALSE(patched(48, 1 << 20));      // fixup table past the end
-  Status message = patched(56, 1 << 30);
-  EXPECT_NE(message.message().find("x.qvd: vertex array"), std::string::npos) << message.message();
+  const std::tuple<size_t, int32_t, const char*> cases[] = {
+      {16, 7, "x.qvd: tangent array (7 x 16 bytes) at offset 352 leaves the file"},
+      {16, -1, "x.qvd: vertex array has an invalid count -1"},
+      {56, 1 << 30, "x.qvd: vertex array (6 x 48 bytes) at offset 1073741824 leaves the file"},
+      {56, 8, "x.qvd: vertex data offset 8 lies inside the header"},
+      {60, 1 << 30, "x.qvd: tangent array (6 x 16 bytes) at offset 1073741824 leaves the file"},
+      {48, 1 << 20, "x.qvd: fixup table (1048576 x 12 bytes) at offset 64 leaves the file"},
+  };
+  for (auto [field, value, expected] : cases) {
+    Status status = patched(field, value);
+    ASSERT_FALSE(status) << field << " = " << value;
+    EXPECT_NE(status.message().find(expected), std::string::npos) << status.message();
+  }
   EXPECT_FALSE(validateVertexFile("x.qvd", ByteView(files.qvd->data(), 40)));
 }
 
 TEST(VertexFileChecks, FixupRangesMustLieInsideTheStoredVertices) {
-  for (mdlforge::Fixup bad : {mdlforge::Fixup{0, 5, 2}, mdlforge::Fixup{0, -1, 1}, mdlforge::Fixup{0, 0, -1}}) {
+  const std::pair<std::vector<mdlforge::Fixup>, const char*> cases[] = {
+      {{{0, 5, 2}}, "vertices 5+2 lie outside the 6 stored"},
+      {{{0, -1, 1}}, "vertices -1+1 lie outside"},
+      {{{0, 0, -1}}, "vertices 0+-1 lie outside"},
+      {{{0, 0, 6}, {1, 0, 6}}, "resolves to 12 vertices, more than the 6 stored"},
+  };
+  for (const auto& [fixups, expected] : cases) {
     mdlforge::Description d = sixVertexModel();
     d.vertexFile.fixupMode = mdlforge::FixupMode::Explicit;
-    d.vertexFile.fixups = {bad};
-    auto files = buildFiles(d);
-    EXPECT_FALSE(validateVertexFile("x.qvd", ByteView(*files.qvd))) << bad.source << "+" << bad.count;
+    d.vertexFile.fixups = fixups;
+    Status status = validateVertexFile("x.qvd", ByteView(*buildFiles(d).qvd));
+    ASSERT_FALSE(status) << expected;
+    EXPECT_NE(status.message().find(expected), std::string::npos) << status.message();
   }
-  mdlforge::Description tooMany = sixVertexModel();
-  tooMany.vertexFile.fixupMode = mdlforge::FixupMode::Explicit;
-  tooMany.vertexFile.fixups = {{0, 0, 6}, {1, 0, 6}};  // twelve vertices into room for six
-  auto files = buildFiles(tooMany);
-  Status status = validateVertexFile("x.qvd", ByteView(*files.qvd));
-  ASSERT_FALSE(status);
-  EXPECT_NE(status.message().find("more than the"), std::string::npos);
 }
 
 }  // namespace
