@@ -27,9 +27,6 @@ class Bytes {
   }
   int32_t i32(size_t offset) const { return at<int32_t>(offset); }
   float f32(size_t offset) const { return at<float>(offset); }
-  int16_t i16(size_t offset) const { return at<int16_t>(offset); }
-  uint16_t u16(size_t offset) const { return at<uint16_t>(offset); }
-  uint8_t u8(size_t offset) const { return at<uint8_t>(offset); }
 
   std::string str(size_t offset) const {
     auto text = ByteView(bytes_).cstr(offset);
@@ -43,8 +40,6 @@ class Bytes {
   // The string that the i32 at record + field points at, relative to the record.
   std::string name(size_t record, size_t field) const { return str(follow(record, field)); }
 
-  size_t size() const { return bytes_.size(); }
-
  private:
   std::vector<uint8_t> bytes_;
 };
@@ -54,43 +49,6 @@ inline ModelFiles forge(const Description& description) {
   auto files = build(description);
   EXPECT_TRUE(files.ok()) << (files.ok() ? "" : files.message());
   return files.ok() ? std::move(files).value() : ModelFiles{};
-}
-
-// Named records with everything else at its default (designated initializers would
-// trip -Wmissing-field-initializers on some compilers).
-inline Bone bone(std::string name, int32_t parent = -1, Vector3 position = {}) {
-  Bone out;
-  out.name = std::move(name);
-  out.parent = parent;
-  out.position = position;
-  return out;
-}
-inline Animation animation(std::string name, int32_t frames = 1) {
-  Animation out;
-  out.name = std::move(name);
-  out.frames = frames;
-  return out;
-}
-inline Sequence sequence(std::string name) {
-  Sequence out;
-  out.name = std::move(name);
-  return out;
-}
-
-// A quad of four vertices (two triangles) at height z, skinned to bone.
-inline Mesh quadMesh(int32_t material, float z, uint8_t bone = 0) {
-  Mesh mesh;
-  mesh.material = material;
-  const float corners[4][2] = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-  for (const auto& c : corners) {
-    Vertex v;
-    v.position = {c[0], c[1], z};
-    v.uv = {c[0], c[1]};
-    v.bones = {bone, 0, 0};
-    mesh.vertices.push_back(v);
-  }
-  mesh.lods = {{triangleGroup(4, {0, 1, 2, 0, 2, 3})}};
-  return mesh;
 }
 
 }  // namespace zv::mdlforge::check

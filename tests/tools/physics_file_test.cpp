@@ -1,36 +1,40 @@
-// The collision file builder refuses only what its records cannot hold.
+// The collision file builder's framing of the file and its solids. The reader tests check
+// the rest of the layout against an independent walk of the ledges.
 
 #include <gtest/gtest.h>
 
+#include "forge_check.h"
 #include "mdlforge/physics.h"
 
 namespace zv::mdlforge {
 namespace {
 
-TEST(PhysicsFile, RefusesWhatTheRecordsCannotHold) {
-  PhysicsPiece manyPoints = boxPiece({0, 0, 0}, {1, 1, 1});
-  manyPoints.points.resize(65537);
-  PhysicsPiece noTriangles = boxPiece({0, 0, 0}, {1, 1, 1});
-  noTriangles.triangles.clear();
-  PhysicsPiece manyTriangles = boxPiece({0, 0, 0}, {1, 1, 1});
-  manyTriangles.triangles.resize(4096, {0, 1, 2});
-  const std::pair<std::vector<PhysicsPiece>, const char*> cases[] = {
-      {{}, "no pieces"},
-      {{noTriangles}, "0 triangles"},
-      {{manyTriangles}, "4096 triangles"},
-      {{manyPoints}, "65537 points"},
-  };
-  for (const auto& [pieces, expected] : cases) {
-    PhysicsDescription d;
-    d.solids = {{pieces, true, false, {}}};
-    auto file = buildPhysics(d, 0);
-    ASSERT_FALSE(file) << expected;
-    EXPECT_NE(file.message().find(expected), std::string::npos) << file.message();
+TEST(PhysicsFile, FramesSolidsByTheirSizesAndEndsWithTheText) {
+  PhysicsDescription d;
+  d.solids = {{{boxPiece({0, 0, 0}, {1, 1, 1})}, true, false, {}},
+              {{boxPiece({0, 0, 0}, {1, 1, 1}), boxPiece({2, 0, 0}, {3, 1, 1})}, false, false, {}}};
+  auto file = buildPhysics(d, 77);
+  ASSERT_TRUE(file) << file.message();
+  check::Bytes bytes(file->bytes);
+  EXPECT_EQ(bytes.i32(0), 16);
+  EXPECT_EQ(bytes.i32(8), 2);
+  EXPECT_EQ(bytes.i32(12), 77);
+  size_t first = 16, second = first + 4 + size_t(bytes.i32(first));
+  EXPECT_EQ(second, file->where.at("solid[1]"));
+  EXPECT_EQ(bytes.str(first + 4).substr(0, 4), "VPHY");
+  EXPECT_EQ(file->where.at("surface[0]"), first + 4 + 28);
+  EXPECT_EQ(file->where.at("surface[1]"), second + 4) << "the older form has no solid header";
+  size_t text = second + 4 + size_t(bytes.i32(second));
+  EXPECT_EQ(text, file->where.at("text"));
+  EXPECT_EQ(bytes.i32(first + 4 + 8), int32_t(second - (first + 4 + 28)))
+      << "surface size in the solid header";
+  // Each compact surface: its id, and its size (above 8 flag bits) running to the solid's end.
+  for (auto [surface, end] : {std::pair{first + 4 + 28, second}, std::pair{second + 4, text}}) {
+    EXPECT_EQ(bytes.str(surface + 44).substr(0, 4), "IVPS");
+    EXPECT_EQ(bytes.i32(surface + 28) >> 8, int32_t(end - surface));
   }
-  PhysicsDescription limits;
-  manyTriangles.triangles.resize(4095);
-  limits.solids = {{{manyTriangles}, false, false, {}}};
-  EXPECT_TRUE(buildPhysics(limits, 0));
+  EXPECT_EQ(bytes.str(text).rfind("solid {\n\"index\" \"0\"\n}\nsolid {\n\"index\" \"1\"\n}\n", 0), 0u);
+  EXPECT_EQ(text + bytes.str(text).size() + 1, file->bytes.size()) << "the text ends the file with its NUL";
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ void checkEveryStripVertex(const ModelFiles& files, const Description& d, size_t
         ASSERT_EQ(vtx.i32(vtxMesh), 1);
         size_t stripVertex = vtx.follow(group, 4);
         for (int32_t s = 0; s < vtx.i32(group); ++s, stripVertex += 9) {
-          uint16_t meshVertex = vtx.u16(stripVertex + 4);
+          uint16_t meshVertex = vtx.at<uint16_t>(stripVertex + 4);
           size_t index =
               static_cast<size_t>(mdl.i32(mdlMesh + 12) + mdl.i32(mdlModel + 84) / 48 + meshVertex);
           ASSERT_LT(index, positions.size());
@@ -116,8 +116,9 @@ TEST(VertexIndex, HoldsAfterFixupsAreResolved) {
 TEST(Determinism, TheSameDescriptionGivesTheSameBytes) {
   Description d = scrambledModel();
   d.vertexFile.fixupMode = FixupMode::Auto;
-  d.bones = {check::bone("b", -1, {1, 2, 3})};
-  d.sequences = {check::sequence("s"), check::sequence("t")};
+  d.bones.resize(2);
+  d.bones[1].position = {1, 2, 3};  // a derived pose-to-bone matrix
+  d.sequences.resize(2);
   d.textures = {"a", "b"};
   ModelFiles first = forge(d);
   ModelFiles second = forge(d);
@@ -125,17 +126,6 @@ TEST(Determinism, TheSameDescriptionGivesTheSameBytes) {
   EXPECT_EQ(first.qvd, second.qvd);
   EXPECT_EQ(first.vtx, second.vtx);
   EXPECT_EQ(first.where.mdl.all(), second.where.mdl.all());
-}
-
-TEST(Placement, UnknownKeysAreReportedByName) {
-  ModelFiles files = forge(scrambledModel());
-  EXPECT_EQ(files.where.mdl.at("mesh[1][0][2]"), files.where.mdl.at("mesh[1][0][0]") + 2 * 116);
-  try {
-    (void)files.where.mdl.at("mesh[9]");
-    FAIL() << "expected an exception";
-  } catch (const std::out_of_range& e) {
-    EXPECT_NE(std::string(e.what()).find("mesh[9]"), std::string::npos);
-  }
 }
 
 }  // namespace
