@@ -42,7 +42,8 @@ TEST(KeyValuesParse, TextsReadAsTrees) {
       {R"("k" "a\nb\tc\\d\"e" "path" "props\gibs\x.mdl")", "{k=a\nb\tc\\d\"e path=props\\gibs\\x.mdl}"},
       {R"("path" "props\new\tree.mdl")", "{path=props\\new\\tree.mdl}", false},
       {"\"k\" \"{ x }\"\n\"multi\" \"line1\nline2\"", "{k={ x } multi=line1\nline2}"},
-      {"\"s\" [$WIN32] { \"a\" \"1\" [$X360] \"b\" \"2\" [!$PS3] \"c\" [$OSX] \"3\" } \"t\" \"4\"",
+      {"\"s\" [$DESKTOP] { \"a\" \"1\" [$CONSOLE] \"b\" \"2\" [!$HANDHELD] \"c\" [$TABLET] \"3\" } \"t\" "
+       "\"4\"",
        "{s{a=1 b=2 c=3} t=4}"},
       {"#base \"other.txt\"\n#include \"more.txt\"\n\"s\" { \"a\" \"1\" }\n", "{s{a=1}}"},
       {"solid {\n\"index\" \"0\"\n}\nsolid { index 1 }\nedit { merge a,b merge c,d }\n\0"s,  // C string block
@@ -95,7 +96,7 @@ TEST(KeyValuesParse, MalformedTextFailsWithALineNumber) {
       {"{ \"a\" \"1\" }", "line 1: '{' without a key"},
       {"\"a\" \"abc\n\n", "line 1: unterminated quoted string"},
       {std::string("\"a\" \"1\"\n\"b\"\0\"2\"", 15), "line 2: NUL byte"},
-      {"\"a\" [$X360]", "has no value"},
+      {"\"a\" [$CONSOLE]", "has no value"},
   };
   for (const auto& [text, messagePart] : cases) {
     Result<KeyValues> parsed = KeyValues::parse(text);
@@ -120,7 +121,7 @@ TEST(KeyValuesParse, NestingIsBoundedButTheLimitItselfParses) {
 
 TEST(KeyValuesParse, EveryPrefixOfAValidTextParsesOrFailsCleanly) {
   const std::string text =
-      "// header\n\"GameInfo\" [$WIN32]\n{\n\tgame \"A \\\"quoted\\\" name\"\n\tFileSystem\n\t{\n"
+      "// header\n\"GameInfo\" [$DESKTOP]\n{\n\tgame \"A \\\"quoted\\\" name\"\n\tFileSystem\n\t{\n"
       "\t\tSearchPaths { Game |mod|. Mod+Game \"x\" }\n\t}\n}\nsolid { index 0 }\n";
   int failures = 0;
   for (size_t n = 0; n <= text.size(); ++n) {
