@@ -1,204 +1,129 @@
+// The per-model pipeline: its decisions, its progress text and a whole run of Convert.
+
 #include "importer/pipeline.h"
 
 #include <gtest/gtest.h>
 
 #include "base/log.h"
-#include "importer/converter.h"
-#include "importer/names.h"
-#include "support/model_fixtures.h"
-#include "support/test_support.h"
+#include "importer_fixture.h"
 
 namespace zv {
 namespace {
 
-using zv::testing::buildFiles;
-using zv::testing::crateModel;
-using zv::testing::readText;
-using zv::testing::TempDir;
-using zv::testing::writeFamily;
+using testing::childOf;
+using testing::childrenOf;
+using testing::crateModel;
+using testing::ImportRun;
+using testing::listed;
+using testing::shown;
+using Names = std::vector<std::string>;
 
-// The progress text the loop prints and the indices it wrote.
-struct Progress {
-  std::string text;
-  std::vector<size_t> written;
-};
-
-Progress runLoop(size_t count, size_t own, bool skip) {
-  LogCapture log;
-  Progress p;
-  writeAnimationsWithProgress(count, own, skip, [&](size_t i) {
-    p.written.push_back(i);
-    mainLog().log(Severity::Message, "[%zu]", i);
-  });
-  p.text = log.text();
-  return p;
-}
-
-TEST(AnimationProgress, TwentyFiveAnimationsMarkEverySecond) {
-  Progress p = runLoop(25, 25, false);
-  std::string expected = "Writing 25 Animations:";
-  for (size_t i = 0; i < 25; ++i) {
-    if (i % 2 == 0) expected += std::to_string(i / 2) + "..";
-    expected += "[" + std::to_string(i) + "]";
+TEST(AnimationProgress, MarksEveryTenthAndSkipsIncludedAnimationsOnlyWhenAsked) {
+  const struct {
+    size_t count, own;
+    bool skip;
+    size_t step, written;
+  } cases[] = {{25, 25, false, 2, 25},
+               {5, 5, false, 1, 5},
+               {12, 4, true, 1, 4},  // the marks count the skipped ones too
+               {12, 4, false, 1, 12}};
+  for (const auto& c : cases) {
+    LogCapture log;
+    writeAnimationsWithProgress(c.count, c.own, c.skip,
+                                [](size_t i) { mainLog().log(Severity::Message, "[%zu]", i); });
+    std::string expected = "Writing " + std::to_string(c.count) + " Animations:";
+    for (size_t i = 0; i < c.count; ++i) {
+      if (i % c.step == 0) expected += std::to_string(i / c.step) + "..";
+      if (i < c.written) expected += "[" + std::to_string(i) + "]";
+    }
+    EXPECT_EQ(log.text(), expected + "Done\n");
   }
-  EXPECT_EQ(p.text, expected + "Done\n");
-  EXPECT_EQ(p.written.size(), 25u);
 }
 
-TEST(AnimationProgress, FiveAnimationsMarkEveryOne) {
-  EXPECT_EQ(runLoop(5, 5, false).text, "Writing 5 Animations:0..[0]1..[1]2..[2]3..[3]4..[4]Done\n");
-}
-
-TEST(AnimationProgress, NoAnimationsStillSayDone) { EXPECT_EQ(runLoop(0, 0, false).text, "Writing 0 Animations:Done\n"); }
-
-TEST(AnimationProgress, SkippingCommonFilesLeavesIncludedAnimationsButKeepsTheMarks) {
-  Progress p = runLoop(12, 4, true);
-  EXPECT_EQ(p.written, (std::vector<size_t>{0, 1, 2, 3}));
-  // Marks still count every animation, written or not: step 1 gives 12 marks.
-  EXPECT_NE(p.text.find("11.."), std::string::npos);
-  EXPECT_EQ(runLoop(12, 4, false).written.size(), 12u);
-}
-
-TEST(StaticModels, OneStaticPropSubModelAndOnlyIdleSequences) {
+TEST(PipelineDecisions, StaticModelsAndOutputPaths) {
   EXPECT_TRUE(isStaticModel({"static_prop"}, {}));
-  EXPECT_TRUE(isStaticModel({"static_prop"}, {"@idle"}));
   EXPECT_TRUE(isStaticModel({"static_prop"}, {"idle", "folder/IDLE.smd", "@Idle"}));
   EXPECT_FALSE(isStaticModel({"static_prop"}, {"idle", "open"}));
   EXPECT_FALSE(isStaticModel({"Static_Prop"}, {}));  // the sub-model name is compared exactly
   EXPECT_FALSE(isStaticModel({"static_prop", "static_prop"}, {}));
-  EXPECT_FALSE(isStaticModel({}, {}));
-}
-
-TEST(ModelPaths, FollowTheOutputFolderAndBaseName) {
   ModelPaths p = buildModelPaths("D:/out/props", "crate");
-  EXPECT_EQ(p.document, "D:/out/props/crate.qmdl");
-  EXPECT_EQ(p.referenceList, "D:/out/props/crate_refs.txt");
-  EXPECT_EQ(p.meshFolder, "D:/out/props/crate_refs/mesh");
-  EXPECT_EQ(p.animFolder, "D:/out/props/crate_refs/anim");
-  EXPECT_EQ(p.physFolder, "D:/out/props/crate_refs/phys");
-  EXPECT_EQ(p.prefabFolder, "D:/out/props/crate_refs/prefab");
-  EXPECT_EQ(buildModelPaths("out\\a", "b").document, "out/a/b.qmdl");
+  EXPECT_EQ(p.document + " " + p.referenceList + " " + p.meshFolder,
+            "D:/out/props/crate.qmdl D:/out/props/crate_refs.txt D:/out/props/crate_refs/mesh");
 }
 
-TEST(ReferenceList, NamesEachMaterialWithItsLegacyExtension) {
-  EXPECT_EQ(referenceListText({"materials\\models\\props\\crate.qmat", "/abs/x.qmat"}),
-            "importfilelist\n{\n\t\"file\"\t\"materials\\models\\props\\crate.qmt\"\n\t\"file\"\t\"/abs/x.qmt\"\n}\n");
-  EXPECT_EQ(referenceListText({}), "importfilelist\n{\n}\n");
-}
-
-TEST(Names, NodeNamesKeepOnlyTheirAlphabet) {
-  EXPECT_EQ(SanitizeNodeName("move yaw-2@X"), "move_yaw_2@X");
-  EXPECT_EQ(SanitizeNodeName(""), "");
-  EXPECT_EQ(SanitizeNodeName("\xC3\xA9t\xC3\xA9"), "__t__");
-}
-
-TEST(Names, BoneNamesChangeOnlyWhatFilesCannotCarry) {
-  EXPECT_EQ(ConvertBoneName("rig.Bone01 L Hand"), "rig.Bone01 L Hand");
-  EXPECT_EQ(ConvertBoneName("a\"b\\c\x01\xFF"), "a_b_c__");
-}
-
-// A converter over a temporary game folder holding one forged model.
-struct ConverterFixture {
-  TempDir dir;
-  fs::FileSystem fileSystem{dir.path()};
-  Output output{dir.file("out"), nullptr};
-  C_ZV_MDL_Import converter{fileSystem, output};
-  RunOptions options;
-
-  explicit ConverterFixture(const mdlforge::Description& d) {
-    EXPECT_TRUE(fileSystem.addSearchPath("", "LOCAL", fs::Placement::Tail));
-    writeFamily(buildFiles(d), dir.file("models/props"), "crate");
-    options.inputFiles = {dir.file("models/props/crate.mdl")};
-    options.baseNames = {"crate"};
-    options.outputFolders = {dir.file("out") + "\\props"};
-    options.outputRoot = dir.file("out");
-    converter.Setup(options, 0);
-  }
-};
-
-TEST(Pipeline, AModelWithoutCollisionFileConvertsAndSaysSo) {
-  ConverterFixture f(crateModel());
+TEST(Pipeline, AModelWithoutCollisionFileConvertsAndItsDocumentNamesWhatWasWritten) {
+  mdlforge::Description d = crateModel();
+  // Two body parts of one name: the second one's body group is renamed, and the preset
+  // that sets it must name it the same way.
+  mdlforge::SubModel crate = d.bodyParts[0].models[0], blank{"blank", {}};
+  d.bodyParts = {{"studio", {}, {crate, blank}}, {"studio", {}, {crate, crate}}};
+  d.presets = {{"open", 2, 2}};
+  ImportRun run(d);
+  run.material("models/props/crate");
   LogCapture log;
-  EXPECT_TRUE(f.converter.Convert());
-  EXPECT_EQ(log.count("No valid .phy for " + f.dir.file("models/props/crate.mdl") + "\n"), 1u);
-  EXPECT_TRUE(std::filesystem::is_directory(f.dir.path() / "out/props/crate_refs/mesh"));
-  EXPECT_TRUE(std::filesystem::is_directory(f.dir.path() / "out/props/crate_refs/phys"));
-  EXPECT_EQ(readText(f.dir.path() / "out/props/crate_refs.txt").rfind("importfilelist\n{\n", 0), 0u);
+  ASSERT_TRUE(run.converter.Convert());
+  EXPECT_EQ(log.count("No valid .phy for " + run.dir.file("models/props/crate.mdl") + "\n"), 1u);
+  // The reference list names each material by its legacy file.
+  EXPECT_EQ(testing::readText(run.out("crate_refs.txt")),
+            "importfilelist\n{\n\t\"file\"\t\"materials\\models\\props\\crate.qmt\"\n}\n");
+  Kv3Value root = run.readDocument();
+  Names files = listed(root, "RenderMeshList", {"filename"});
+  EXPECT_EQ(files.size(), 3u);
+  for (const std::string& file : files)
+    EXPECT_TRUE(std::filesystem::is_regular_file(run.dir.path() / "out" / file)) << file;
+  EXPECT_EQ(listed(root, "BodyGroupList", {"name"}), (Names{"studio", "studio_part1"}));
+  // The empty sub-model is a choice of nothing.
+  EXPECT_EQ(shown(childrenOf(childOf(childOf(root, "BodyGroupList"), "BodyGroup")), {"meshes"}),
+            (Names{"[crate_bg_studio_sm0_lod0]", "[]"}));
+  EXPECT_EQ(listed(root, "GameDataList", {"game_keys"}),
+            Names{"{name=open, bodygroup_name_0=studio_part1, bodygroup_choice_0=1}"});
 }
 
 TEST(Pipeline, AFailedLoadFailsTheModelAndWritesNothing) {
-  ConverterFixture f(crateModel());
-  std::filesystem::resize_file(f.dir.path() / "models/props/crate.mdl", 100);
+  ImportRun run(crateModel());
+  std::filesystem::resize_file(run.dir.path() / "models/props/crate.mdl", 100);
   LogCapture log;
-  EXPECT_FALSE(f.converter.Convert());
-  EXPECT_EQ(log.count("C_ZV_MDL_Import::LoadMDL(413): Load of MDL \"" + f.dir.file("models/props/crate.mdl") + "\" failed\n"), 1u);
-  EXPECT_FALSE(std::filesystem::exists(f.dir.path() / "out"));
+  EXPECT_FALSE(run.converter.Convert());
+  EXPECT_EQ(log.count("C_ZV_MDL_Import::LoadMDL(413): Load of MDL \"" +
+                      run.dir.file("models/props/crate.mdl") + "\" failed\n"),
+            1u);
+  EXPECT_FALSE(std::filesystem::exists(run.dir.path() / "out"));
 }
 
-TEST(Pipeline, StaticPropsWriteNoAnimations) {
+TEST(Pipeline, StaticPropsWriteNoAnimationsNorSkeleton) {
   mdlforge::Description d = crateModel();
-  d.bodyParts[0].models[0].name = "static_prop";
-  ConverterFixture f(d);
-  LogCapture log;
-  EXPECT_TRUE(f.converter.Convert());
-  EXPECT_TRUE(f.converter.isStatic());
-  EXPECT_EQ(log.count("Animations:"), 0u);
-
-  ConverterFixture moving(crateModel());
-  LogCapture log2;
-  EXPECT_TRUE(moving.converter.Convert());
-  EXPECT_FALSE(moving.converter.isStatic());
-  EXPECT_EQ(log2.count("Writing 0 Animations:"), 1u);
-}
-
-TEST(Pipeline, ResetLeavesNothingForTheNextModel) {
-  ConverterFixture f(crateModel());
-  ASSERT_TRUE(f.converter.Convert());
-  ASSERT_NE(f.converter.model(), nullptr);
-  EXPECT_FALSE(f.converter.tables().skeleton.empty());
-  f.converter.Reset();
-  EXPECT_EQ(f.converter.model(), nullptr);
-  EXPECT_TRUE(f.converter.tables().skeleton.empty());
-  EXPECT_TRUE(f.converter.settings().inputPath.empty());
+  d.poseParameters = {{"move_x", 0, -1, 1, 0}};
+  d.attachments = {{"top", 0, 0, {}}};
+  for (const char* name : {"static_prop", "crate"}) {
+    SCOPED_TRACE(name);
+    d.bodyParts[0].models[0].name = name;
+    ImportRun run(d);
+    LogCapture log;
+    ASSERT_TRUE(run.converter.Convert());
+    bool isStatic = name == std::string("static_prop");
+    EXPECT_EQ(run.converter.isStatic(), isStatic);
+    EXPECT_EQ(log.count("Writing 0 Animations:"), isStatic ? 0u : 1u);
+    Names lists{"BodyGroupList", "AttachmentList", "RenderMeshList"};
+    if (!isStatic) lists.insert(lists.begin(), {"Skeleton", "BoneMarkupList", "PoseParamList"});
+    EXPECT_EQ(shown(childrenOf(run.readDocument()), {"_class"}), lists);
+  }
 }
 
 TEST(Pipeline, OlderStripFilesServeWhenTheUsualOneIsMissing) {
   for (const char* extension : {".dx80.vtx", ".sw.vtx"}) {
-    ConverterFixture f(crateModel());
-    std::filesystem::path folder = f.dir.path() / "models/props";
+    ImportRun run(crateModel());
+    std::filesystem::path folder = run.dir.path() / "models/props";
     std::filesystem::rename(folder / "crate.dx90.vtx", folder / (std::string("crate") + extension));
-    RunOptions verbose = f.options;
-    verbose.verbose = true;
-    f.converter.Setup(verbose, 0);
+    run.options.verbose = true;
+    run.setup();
     LogCapture log;
     mainLog().setVerbosity(int(Severity::Detail));
-    ASSERT_TRUE(f.converter.LoadMDL());
+    ASSERT_TRUE(run.extract());
     mainLog().setVerbosity(int(Severity::Message));
-    EXPECT_TRUE(f.converter.model()->strips) << extension;
-    EXPECT_EQ(log.count(std::string("Using strip file ") + f.dir.file("models/props/crate") + extension), 1u) << log.text();
+    EXPECT_EQ(run.tables().meshParts.size(), 1u) << extension;
+    EXPECT_EQ(log.count("Using strip file " + run.dir.file("models/props/crate") + extension), 1u)
+        << log.text();
   }
-}
-
-TEST(Skeleton, ModelTransformsComposeParentsListedAfterChildren) {
-  mdlforge::Description d = crateModel();
-  mdlforge::Bone child, parent;
-  child.name = "child";
-  child.parent = 2;  // listed before its parent
-  child.position = {1, 0, 0};
-  parent.name = "parent";
-  parent.parent = 0;
-  parent.position = {0, 0, 5};
-  parent.quaternion = angleQuaternion({0, 90, 0});
-  d.bones = {d.bones[0], child, parent};
-  ConverterFixture f(d);
-  ASSERT_TRUE(f.converter.LoadMDL());
-  const std::vector<SkeletonBone>& bones = f.converter.tables().skeleton;
-  ASSERT_EQ(bones.size(), 3u);
-  Vector3 at = bones[1].modelTransform.translation();
-  // The parent's yaw of 90 degrees turns the child's offset onto +Y.
-  EXPECT_NEAR(at.x, 0, 1e-5);
-  EXPECT_NEAR(at.y, 1, 1e-5);
-  EXPECT_NEAR(at.z, 5, 1e-5);
 }
 
 }  // namespace
