@@ -63,7 +63,7 @@ bool C_ZV_MDL_Import::Convert() {
   isStatic_ = isStaticModel(subModelNames(), sequenceNames);
   indexAnimationNames();
   for (const std::string& folder : {settings_.outputFolder, paths_.meshFolder, paths_.physFolder}) {
-    fs::FileSystem::createDirHierarchy(folder);
+    if (Status made = output_.createFolder(folder); !made) warning("%s\n", made.message().c_str());
   }
   if (!isStatic_) {
     writeAnimationsWithProgress(tables_.animations.size(), tables_.ownAnimationCount, settings_.skipCommonDmxWrite,

@@ -76,6 +76,16 @@ Status Output::write(std::string_view path, std::span<const uint8_t> bytes) {
   return Status::success();
 }
 
+Status Output::createFolder(std::string_view path) {
+  std::string full = lexicalAbsolute(path);
+  auto folder = full == root_ ? Result<std::string>(full) : checkedPath(path);
+  if (!folder) return folder.error();
+  std::error_code ec;
+  stdfs::create_directories(*folder, ec);
+  if (!stdfs::is_directory(*folder, ec)) return Error{format("cannot create the folder %s", folder->c_str())};
+  return Status::success();
+}
+
 Status Output::writeText(std::string_view path, std::string_view text) {
   return write(path, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
 }

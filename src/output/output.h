@@ -30,6 +30,8 @@ class Output {
   // Writes a whole file. Missing folders below the root are created.
   Status write(std::string_view path, std::span<const uint8_t> bytes);
   Status writeText(std::string_view path, std::string_view text);
+  // Creates a folder and its missing parents, inside the output root only.
+  Status createFolder(std::string_view path);
 
   // The path with "/" separators and "." and ".." resolved, when it lies inside the
   // output root; an error otherwise.

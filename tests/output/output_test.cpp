@@ -52,6 +52,12 @@ TEST(Output, WritesInsideTheRootOnlyAndOncePerModel) {
   }
   EXPECT_FALSE(std::filesystem::exists(dir.path() / "escape.txt"));
   EXPECT_FALSE(std::filesystem::exists(dir.path() / "b.txt"));
+  // Folders obey the same root: names from an archive could hold "..".
+  EXPECT_TRUE(out.createFolder(dir.file("out")));
+  EXPECT_TRUE(out.createFolder(dir.file("out/x/../y/z")));
+  EXPECT_TRUE(std::filesystem::is_directory(dir.path() / "out/y/z"));
+  EXPECT_FALSE(out.createFolder(dir.file("out/../../escaped")));
+  EXPECT_FALSE(std::filesystem::exists(dir.path().parent_path() / "escaped"));
 
   EXPECT_FALSE(out.writeText(dir.file("out/./a/b/c.txt"), "second"));
   EXPECT_EQ(readText(dir.path() / "out/a/b/c.txt"), "hello");
