@@ -185,18 +185,21 @@ class MdlParser {
   }
 
   // A parent must be an earlier-or-later bone of the table, never the bone itself, and
-  // the chain of parents must end: later stages walk it.
+  // the chain of parents must end: later stages walk it. Every parent index is checked
+  // before any chain is walked, since a walk visits the parents of later bones too.
   void checkBoneParents() {
     const auto& bones = out_.bones;
-    for (size_t i = 0; i < bones.size() && !r_.failed(); ++i) {
+    for (size_t i = 0; i < bones.size(); ++i) {
       int32_t parent = bones[i].parent;
       if (parent < -1 || parent >= int32_t(bones.size()) || parent == int32_t(i)) {
         r_.fail(format("bone[%zu] at offset %zu has parent %d, outside -1..%zu", i, bones[i].recordOffset, parent,
                        bones.size() - 1));
         return;
       }
+    }
+    for (size_t i = 0; i < bones.size(); ++i) {
       size_t steps = 0;
-      for (int32_t p = parent; p >= 0; p = bones[size_t(p)].parent) {
+      for (int32_t p = bones[i].parent; p >= 0; p = bones[size_t(p)].parent) {
         if (++steps > bones.size()) {
           r_.fail(format("bone[%zu] at offset %zu: its parent chain loops", i, bones[i].recordOffset));
           return;

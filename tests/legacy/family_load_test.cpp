@@ -104,11 +104,13 @@ TEST(FamilyLoad, VertexFileWithAWrongIdFailsTheModel) {
 
 TEST(FamilyLoad, BoneParentsMustFormATree) {
   // Parents of bones 0 and 1: the second bone as its own parent, one out of range, one
-  // below -1, and two bones that are each other's parent.
+  // below -1, a bone whose parent's own parent is out of range (the chain must not be
+  // walked before every index is known good), and two bones that are each other's parent.
   const std::tuple<int32_t, int32_t, const char*, const char*> cases[] = {
       {-1, 1, "bone[1] at offset ", "has parent 1, outside -1..1"},
       {-1, 5, "bone[1] at offset ", "has parent 5, outside"},
       {-1, -2, "bone[1] at offset ", "has parent -2, outside"},
+      {1, 5000, "bone[1] at offset ", "has parent 5000, outside"},
       {1, 0, "bone[0] at offset ", ": its parent chain loops"}};
   for (auto [first, second, bone, problem] : cases) {
     mdlforge::Description d = crateModel();
