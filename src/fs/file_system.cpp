@@ -64,11 +64,8 @@ void FileSystem::addSource(std::shared_ptr<ContentSource> source, std::string_vi
 Result<std::shared_ptr<ContentSource>> FileSystem::openArchive(std::string_view archivePath) const {
   std::string key = absolute(archivePath).generic_string();
   auto it = archives_.find(key);
-  if (it != archives_.end()) return it->second;
-  auto archive = openQpkArchive(key);
-  if (!archive) return archive.error();
-  archives_.emplace(key, archive.value());
-  return archive.value();
+  if (it == archives_.end()) it = archives_.emplace(key, openQpkArchive(key)).first;
+  return it->second;
 }
 
 std::vector<const SearchPath*> FileSystem::pathsWithId(std::string_view pathId) const {

@@ -75,7 +75,9 @@ class FileSystem {
 
   std::filesystem::path currentDirectory_;
   std::vector<SearchPath> searchPaths_;
-  mutable std::map<std::string, std::shared_ptr<ContentSource>> archives_;
+  // Archives by absolute path, failures included, so a corrupt archive is parsed and
+  // reported once however many paths name it.
+  mutable std::map<std::string, Result<std::shared_ptr<ContentSource>>> archives_;
 };
 
 // Normalises a relative name: "\" becomes "/", "." pieces and doubled separators go,
