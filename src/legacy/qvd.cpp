@@ -143,6 +143,8 @@ int ResolveVertexFixups(ByteView source, std::span<uint8_t> destination) {
   std::memcpy(destination.data() + 60, &tangentOffset, sizeof tangentOffset);
   size_t written = 0;
   for (auto [first, count] : resolvedRanges(h, source)) {
+    // An empty range may carry any offsets (nothing vouches for them): it copies nothing.
+    if (count == 0) continue;
     if (written + count > total) break;
     std::memcpy(destination.data() + vertexStart + kStudioVertexSize * written,
                 source.data() + vertexStart + kStudioVertexSize * first, kStudioVertexSize * count);

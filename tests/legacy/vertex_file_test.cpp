@@ -78,6 +78,19 @@ TEST(VertexFixups, WithoutFixupsVerticesAndTangentsAreCopiedUnchanged) {
   EXPECT_EQ(bytes(copy, h.tangentOffset, 16 * 6), bytes(source, original.tangentOffset, 16 * 6));
 }
 
+TEST(VertexFixups, EmptyRangesCopyNothingWhateverTheOffsets) {
+  // No stored vertices, so no table offset is checked: a wild tangent offset and an empty
+  // fixup range must still resolve without touching memory outside the file.
+  mdlforge::Description d = sixVertexModel();
+  d.vertexFile.fixupMode = mdlforge::FixupMode::Explicit;
+  d.vertexFile.fixups = {{0, 0, 0}};
+  std::vector<uint8_t> bytes = *buildFiles(d).qvd;
+  mdlforge::poke<int32_t>(bytes, 16, 0);
+  mdlforge::poke<int32_t>(bytes, 60, -100000000);
+  ASSERT_TRUE(validateVertexFile("x.qvd", ByteView(bytes)));
+  EXPECT_TRUE(VertexFile::resolve(ByteView(bytes)).vertices().empty());
+}
+
 TEST(VertexFixups, AFileWithoutTangentsSaysSo) {
   mdlforge::Description d = sixVertexModel();
   d.vertexFile.tangents = false;
