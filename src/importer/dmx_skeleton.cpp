@@ -66,4 +66,15 @@ dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view mod
   return model;
 }
 
+MeshShape addMeshShape(dmx::DmElementTree& tree, dmx::CDmElement& dag, std::string_view name) {
+  dmx::CDmElement* mesh = dag.addElement("shape", "DmeMesh", name);
+  mesh->setBool("visible", true);
+  dmx::CDmElement* bind = tree.create("DmeVertexData", "bind");
+  mesh->setElement("bindState", bind);
+  mesh->setElement("currentState", bind);
+  mesh->addElementArray("baseStates") = {bind};
+  mesh->addElementArray("deltaStates");
+  return {mesh, bind};
+}
+
 }  // namespace zv

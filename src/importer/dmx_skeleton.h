@@ -22,4 +22,12 @@ dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view mod
 dmx::CDmElement* addTransform(dmx::CDmElement& owner, std::string_view attribute, std::string_view name,
                               const Vector3& position, const Quaternion& orientation);
 
+// A visible DmeMesh set as the "shape" of dag, with one DmeVertexData ("bind") that is its
+// bind, current and only base state; the caller fills the vertex data.
+struct MeshShape {
+  dmx::CDmElement* mesh;
+  dmx::CDmElement* bind;
+};
+MeshShape addMeshShape(dmx::DmElementTree& tree, dmx::CDmElement& dag, std::string_view name);
+
 }  // namespace zv

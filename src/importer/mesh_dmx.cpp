@@ -105,18 +105,12 @@ dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& par
 
   dmx::CDmElement* dag = tree.create("DmeDag", part.name);
   addTransform(*dag, "transform", part.name, {}, {});
-  dmx::CDmElement* mesh = dag->addElement("shape", "DmeMesh", part.name);
+  auto [mesh, bind] = addMeshShape(tree, *dag, part.name);
   dag->setBool("visible", true);
   // Readers look at the shape only when a dag has no children.
   dag->addElementArray("children");
   model->addElementArray("children").push_back(dag);
 
-  mesh->setBool("visible", true);
-  dmx::CDmElement* bind = tree.create("DmeVertexData", "bind");
-  mesh->setElement("bindState", bind);
-  mesh->setElement("currentState", bind);
-  mesh->addElementArray("baseStates") = {bind};
-  mesh->addElementArray("deltaStates");
   std::vector<dmx::CDmElement*>& faceSets = mesh->addElementArray("faceSets");
 
   VertexFields fields = addVertexFields(*bind, part.texcoordSets == 2);

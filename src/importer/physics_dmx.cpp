@@ -11,13 +11,7 @@ namespace {
 
 dmx::CDmElement* addHullMesh(dmx::DmElementTree& tree, dmx::CDmElement& dag, const std::string& name,
                              const PhysicsPiece& piece, const std::string& surface, int faceSetNumber) {
-  dmx::CDmElement* mesh = dag.addElement("shape", "DmeMesh", name);
-  mesh->setBool("visible", true);
-  dmx::CDmElement* bind = tree.create("DmeVertexData", "bind");
-  mesh->setElement("bindState", bind);
-  mesh->setElement("currentState", bind);
-  mesh->addElementArray("baseStates") = {bind};
-  mesh->addElementArray("deltaStates");
+  auto [mesh, bind] = addMeshShape(tree, dag, name);
   mesh->setString("PhysicsSurfaceProperties", surface);
 
   bind->stringArray("vertexFormat") = {"position$0"};
