@@ -103,6 +103,17 @@ TEST(DmxDumpTool, PrintsAWrittenFileAndFailsOnABrokenOne) {
   EXPECT_NE(output.find("cut.dmx: DMX: unexpected end of data"), std::string::npos) << output;
 }
 
+TEST(DmxDumpTool, ImporterModeListsWhatImportersRefuse) {
+  zv::testing::TempDir dir;
+  SampleTree sample;
+  const std::string tool = std::string(ZV_DMXDUMP_PATH) + " --importer '" + dir.file("sample.dmx") + "'";
+  zv::testing::writeBytes(dir.file("sample.dmx"), mustSave(*sample.root));
+  EXPECT_EQ(run(tool), std::make_pair(0, std::string()));
+  sample.root->setElement("skeleton", nullptr);
+  zv::testing::writeBytes(dir.file("sample.dmx"), mustSave(*sample.root));
+  EXPECT_EQ(run(tool), std::make_pair(3, std::string("IMPORTER root has no skeleton model\n")));
+}
+
 TEST(IndependentReader, AcceptsEveryTypeInBothVariants) {
   std::filesystem::path reader = zv::testing::sharedDir() / "tools" / "dmxread.py";
   if (zv::testing::sharedDir().empty() || !std::filesystem::exists(reader) ||
