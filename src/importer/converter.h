@@ -82,6 +82,7 @@ class C_ZV_MDL_Import {
   // Mesh extraction helpers.
   const std::string& legacyMaterialName(int32_t lod, int32_t materialIndex) const;
   void finishMaterials();
+  void nameUnresolvedMaterials();
   MeshPart extractPart(size_t bodyPart, size_t subModel, int32_t lod, const legacy::StripModelLod& strips);
 
   const fs::FileSystem& fileSystem_;

@@ -1,5 +1,6 @@
 #include "importer/dmx_skeleton.h"
 
+#include "base/strings.h"
 #include "importer/names.h"
 
 namespace zv {
@@ -14,8 +15,7 @@ dmx::CDmElement* createTransform(dmx::DmElementTree& tree, std::string_view name
 }
 
 // Dag attributes in the order readers expect: transform, shape, visible, children.
-dmx::CDmElement* createJoint(dmx::DmElementTree& tree, const SkeletonBone& bone) {
-  std::string name = ConvertBoneName(bone.name);
+dmx::CDmElement* createJoint(dmx::DmElementTree& tree, const SkeletonBone& bone, const std::string& name) {
   dmx::CDmElement* joint = tree.create("DmeJoint", name);
   joint->setElement("transform", createTransform(tree, name, bone.position, bone.orientation));
   joint->setElement("shape", nullptr);
@@ -26,6 +26,11 @@ dmx::CDmElement* createJoint(dmx::DmElementTree& tree, const SkeletonBone& bone)
 }
 
 }  // namespace
+
+std::string jointName(const std::vector<SkeletonBone>& bones, size_t index) {
+  std::string name = ConvertBoneName(bones[index].name);
+  return name.empty() ? format("bone%zu", index) : name;
+}
 
 dmx::CDmElement* addTransform(dmx::CDmElement& owner, std::string_view attribute, std::string_view name,
                               const Vector3& position, const Quaternion& orientation) {
@@ -44,7 +49,7 @@ dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view mod
 
   std::vector<dmx::CDmElement*> joints;
   joints.reserve(bones.size());
-  for (const SkeletonBone& bone : bones) joints.push_back(createJoint(tree, bone));
+  for (size_t i = 0; i < bones.size(); ++i) joints.push_back(createJoint(tree, bones[i], jointName(bones, i)));
   for (size_t i = 0; i < bones.size(); ++i) {
     int32_t parent = bones[i].parent;
     bool hasParent = parent >= 0 && size_t(parent) < bones.size() && size_t(parent) != i;
@@ -54,8 +59,8 @@ dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view mod
 
   dmx::CDmElement* base = tree.create("DmeTransformList", "base");
   std::vector<dmx::CDmElement*>& transforms = base->addElementArray("transforms");
-  for (const SkeletonBone& bone : bones) {
-    transforms.push_back(createTransform(tree, ConvertBoneName(bone.name), bone.position, bone.orientation));
+  for (size_t i = 0; i < bones.size(); ++i) {
+    transforms.push_back(createTransform(tree, jointName(bones, i), bones[i].position, bones[i].orientation));
   }
   model->addElementArray("baseStates") = {base};
 

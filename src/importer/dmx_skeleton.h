@@ -4,6 +4,7 @@
 // animation channels refer to that order), the bind pose in "baseStates" and the axis
 // system.
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -11,6 +12,10 @@
 #include "importer/tables.h"
 
 namespace zv {
+
+// The name of bone `index` in every DMX file: its converted name, or "bone<index>" for a
+// bone without one (importers drop unnamed joints).
+std::string jointName(const std::vector<SkeletonBone>& bones, size_t index);
 
 // Creates the DmeModel in tree. Joints carry their parent-relative bind pose and are named
 // through ConvertBoneName. Callers add their own nodes to the model's "children" after

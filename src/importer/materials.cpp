@@ -84,11 +84,28 @@ void C_ZV_MDL_Import::finishMaterials() {
     if (!slots.resolved[slot]) AddMaterial(0, int32_t(slot));
   }
   for (std::string& materialPath : slots.paths) materialPath = replaceAll(materialPath, ".qmt", ".qmat");
+  nameUnresolvedMaterials();
   // Each material once, in slot order, for the reference list.
   std::set<std::string> listed;
   for (const std::string& materialPath : slots.paths) {
     if (!materialPath.empty() && listed.insert(materialPath).second)
       tables_.referencedMaterials.push_back(materialPath);
+  }
+}
+
+void C_ZV_MDL_Import::nameUnresolvedMaterials() {
+  MaterialSlots& slots = tables_.materials;
+  const std::vector<std::string>& directories = model_->mdl.textureDirs;
+  slots.meshNames = slots.paths;
+  for (size_t slot = 0; slot < slots.paths.size(); ++slot) {
+    if (!slots.paths[slot].empty()) continue;
+    const std::string& name = legacyMaterialName(0, int32_t(slot));
+    slots.meshNames[slot] =
+        replaceAll(materialCandidatePath(directories.empty() ? "" : directories.front(), name), ".qmt", ".qmat");
+    if (settings_.verbose) {
+      mainLog().log(Severity::Detail, "Material %zu \"%s\" was found under no texture directory; mesh files name it %s\n",
+                    slot, name.c_str(), slots.meshNames[slot].c_str());
+    }
   }
 }
 

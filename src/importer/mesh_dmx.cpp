@@ -69,15 +69,17 @@ void fillVertices(VertexFields& f, const std::vector<GatheredVertex>& vertices) 
   }
 }
 
-std::string materialPath(const MaterialSlots& materials, int32_t slot) {
-  return slot >= 0 && size_t(slot) < materials.paths.size() ? materials.paths[size_t(slot)] : std::string();
+// A face set naming a slot the model does not have still needs a named material.
+std::string materialName(const MaterialSlots& materials, int32_t slot) {
+  if (slot >= 0 && size_t(slot) < materials.meshNames.size()) return materials.meshNames[size_t(slot)];
+  return format("materials\\missing_material_%d.qmat", slot);
 }
 
 // One face set per strip group; corners continue from `corner`, which is advanced.
 dmx::CDmElement* addFaceSet(dmx::DmElementTree& tree, const FaceSet& faces, const MaterialSlots& materials,
                             int32_t& corner, VertexFields& fields) {
   dmx::CDmElement* faceSet = tree.create("DmeFaceSet", "faceSet");
-  std::string material = materialPath(materials, faces.material);
+  std::string material = materialName(materials, faces.material);
   dmx::CDmElement* element = faceSet->addElement("material", "DmeMaterial", material);
   element->setString("mtlName", path::toForwardSlashes(material));
   size_t triangles = faces.indices.size() / 3;

@@ -13,8 +13,9 @@ namespace zv {
 
 // Builds root -> DmeModel (skeleton and mesh) for one part in tree and returns the root.
 // Corners are numbered across all face sets of the part; each vertex field's index list
-// maps a corner to its gathered vertex. Face sets name their material slot's path; a
-// slot that is out of range or unresolved gives an empty material name.
+// maps a corner to its gathered vertex. Face sets name their material slot's mesh name
+// (its path, or the placeholder of an unresolved slot); a slot the model does not have
+// gets a "missing_material" name.
 dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& part,
                                    const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials);
 

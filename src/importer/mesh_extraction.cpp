@@ -154,8 +154,9 @@ bool C_ZV_MDL_Import::ExtractMeshes() {
   if (!model_) return false;
   const legacy::MdlFile& mdl = model_->mdl;
   size_t slotCount = mdl.textures.size();
-  tables_.materials =
-      MaterialSlots{std::vector<std::string>(slotCount), std::vector<uint8_t>(slotCount, 0), 0};
+  tables_.materials = MaterialSlots{};
+  tables_.materials.paths.resize(slotCount);
+  tables_.materials.resolved.resize(slotCount, 0);
   tables_.meshParts.clear();
   tables_.bodyGroups.clear();
   tables_.referencedMaterials.clear();

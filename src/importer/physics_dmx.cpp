@@ -9,24 +9,40 @@
 namespace zv {
 namespace {
 
+// The outward normal of a triangle wound outward; a degenerate one points up.
+Vector3 faceNormal(const PhysicsPiece& piece, const std::array<int32_t, 3>& triangle) {
+  const Vector3& a = piece.points[size_t(triangle[0])];
+  Vector3 normal = cross(piece.points[size_t(triangle[1])] - a, piece.points[size_t(triangle[2])] - a);
+  float size = length(normal);
+  return size > 0 ? normal * (1.0f / size) : Vector3{0, 0, 1};
+}
+
 dmx::CDmElement* addHullMesh(dmx::DmElementTree& tree, dmx::CDmElement& dag, const std::string& name,
                              const PhysicsPiece& piece, const std::string& surface, int faceSetNumber) {
   auto [mesh, bind] = addMeshShape(tree, dag, name);
   mesh->setString("PhysicsSurfaceProperties", surface);
 
-  bind->stringArray("vertexFormat") = {"position$0"};
+  bind->stringArray("vertexFormat") = {"position$0", "normal$0"};
   bind->setInt("jointCount", 0);
   bind->setBool("flipVCoordinates", false);
+  // Every corner is its own vertex so that it can carry its triangle's normal; corners
+  // share the hull's points, so the hull stays welded.
   bind->vector3Array("position$0") = piece.points;
-  // One vertex per hull point, shared by its triangles: the hull stays welded.
-  std::vector<int32_t>& indices = bind->intArray("position$0Indices");
-  for (size_t i = 0; i < piece.points.size(); ++i) indices.push_back(int32_t(i));
+  std::vector<int32_t>& positionIndices = bind->intArray("position$0Indices");
+  std::vector<Vector3>& normals = bind->vector3Array("normal$0");
+  std::vector<int32_t>& normalIndices = bind->intArray("normal$0Indices");
 
   dmx::CDmElement* faceSet = tree.create("DmeFaceSet", format("faceSet%d", faceSetNumber));
   faceSet->addElement("material", "DmeMaterial", surface)->setString("mtlName", surface);
   std::vector<int32_t>& faces = faceSet->intArray("faces");
   for (const auto& triangle : piece.triangles) {
-    faces.insert(faces.end(), triangle.begin(), triangle.end());
+    int32_t normal = int32_t(normals.size());
+    normals.push_back(faceNormal(piece, triangle));
+    for (int32_t point : triangle) {
+      faces.push_back(int32_t(positionIndices.size()));
+      positionIndices.push_back(point);
+      normalIndices.push_back(normal);
+    }
     faces.push_back(-1);
   }
   mesh->addElementArray("faceSets") = {faceSet};

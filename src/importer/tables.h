@@ -27,6 +27,10 @@ struct MaterialSlots {
   std::vector<std::string> paths;
   std::vector<uint8_t> resolved;
   int resolvedCount = 0;
+  // What mesh files name each slot's faces: its path, or for a slot left unresolved the
+  // path it would have had under the model's first texture directory. Importers drop a
+  // mesh whose material has no name; the slot itself stays empty.
+  std::vector<std::string> meshNames;
 };
 
 struct GatheredVertex {

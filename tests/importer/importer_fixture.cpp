@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "base/strings.h"
+#include "dmx/dm_importer_check.h"
 
 namespace zv::testing {
 
@@ -39,6 +40,8 @@ dmx::DmDocument ImportRun::readDmx(const std::filesystem::path& file) const {
   std::vector<uint8_t> bytes = readBytes(file);
   auto document = dmx::readDmx(ByteView(bytes));
   if (!document || document->root == nullptr) throw std::runtime_error(file.string() + " does not read");
+  // Every file a writer produces must open in common importers.
+  EXPECT_EQ(dmx::importerProblems(*document), std::vector<std::string>{}) << file;
   return std::move(document.value());
 }
 

@@ -39,7 +39,8 @@ struct ImportRun {
   const ModelTables& tables() const { return converter.tables(); }
   std::filesystem::path out(std::string_view relative) const { return dir.path() / "out/props" / relative; }
   std::filesystem::path meshFile(const std::string& p) const { return out("crate_refs/mesh/" + p + ".dmx"); }
-  // A written DMX file read back; throws when it does not read.
+  // A written DMX file read back; throws when it does not read, and fails the test when
+  // common importers would refuse it.
   dmx::DmDocument readDmx(const std::filesystem::path& file) const;
   // The saved model document's rootNode, read with the strict reader.
   Kv3Value readDocument() const;

@@ -36,25 +36,29 @@ TEST(MaterialMapping, EachSlotTakesTheFirstTextureDirectoryWhereItsFileExists) {
   EXPECT_FALSE(isAbsoluteTextureName("1:crate"));
   EXPECT_EQ(materialCandidatePath("models/props//", "\\\\crate"), "materials\\models/props/crate.qmt");
   const std::string log = "AddMaterialsFromModel: Found absolute path for texture ";
+  // Mesh files name an unresolved slot by the path it would have had under the first
+  // texture directory, so that importers keep its faces.
   const struct {
-    Paths textures, dirs, files, expected;
+    Paths textures, dirs, files, expected, meshNames;
     std::string log;
   } cases[] = {
       // Directories are tried in order: the first that has the file wins.
-      {{"crate"}, {"a\\", "b\\"}, {"a/crate", "b/crate"}, {"materials\\a\\crate.qmat"}, ""},
-      {{"crate"}, {"a\\", "b\\"}, {"b/crate"}, {"materials\\b\\crate.qmat"}, ""},
+      {{"crate"}, {"a\\", "b\\"}, {"a/crate", "b/crate"}, {"materials\\a\\crate.qmat"}, {"materials\\a\\crate.qmat"}, ""},
+      {{"crate"}, {"a\\", "b\\"}, {"b/crate"}, {"materials\\b\\crate.qmat"}, {"materials\\b\\crate.qmat"}, ""},
       // A leading separator goes and case does not matter; a missing file says nothing.
-      {{"/Crate", "\\Lid", "gone"},
-       {"\\M\\"},
+      {{"/Crate", "\\Lid", "Gone"},
+       {"\\M\\", "n\\"},
        {"m/crate", "m/lid"},
        {"materials\\m\\crate.qmat", "materials\\m\\lid.qmat", ""},
+       {"materials\\m\\crate.qmat", "materials\\m\\lid.qmat", "materials\\m\\gone.qmat"},
        ""},
       // Without texture directories relative names stay unresolved.
-      {{"crate", "lid"}, {}, {"crate"}, {"", ""}, ""},
+      {{"crate", "lid"}, {}, {"crate"}, {"", ""}, {"materials\\crate.qmat", "materials\\lid.qmat"}, ""},
       // Absolute names are kept as found, only ".qmt" rewritten, and reported once each.
       {{"C:\\A\\Crate.qmt", "D:/A/Lid"},
        {"m\\"},
        {},
+       {"C:\\A\\Crate.qmat", "D:/A/Lid"},
        {"C:\\A\\Crate.qmat", "D:/A/Lid"},
        log + "C:\\A\\Crate.qmt\n" + log + "D:/A/Lid\n"},
   };
@@ -65,8 +69,31 @@ TEST(MaterialMapping, EachSlotTakesTheFirstTextureDirectoryWhereItsFileExists) {
     LogCapture capture;
     ASSERT_TRUE(run.extract());
     EXPECT_EQ(run.tables().materials.paths, c.expected);
+    EXPECT_EQ(run.tables().materials.meshNames, c.meshNames);
     EXPECT_EQ(capture.text(), c.log);
   }
+}
+
+TEST(MaterialMapping, MeshFilesNameUnresolvedMaterialsAndVerboseRunsListThemOnce) {
+  ImportRun run(texturedCrate({"crate", "lid"}, {"models\\props\\"}));
+  run.material("models/props/lid");
+  run.options.verbose = true;
+  run.setup();
+  mainLog().setVerbosity(int(Severity::Detail));
+  LogCapture log;
+  bool written = run.extractAndWrite();
+  mainLog().setVerbosity(int(Severity::Message));
+  ASSERT_TRUE(written);
+  EXPECT_EQ(log.count("was found under no texture directory"), 1u);
+  EXPECT_EQ(log.count("Material 0 \"crate\" was found under no texture directory; mesh files name it "
+                      "materials\\models\\props\\crate.qmat\n"), 1u);
+  // The slot stays empty for the document and the reference list.
+  EXPECT_EQ(run.tables().referencedMaterials, Paths{"materials\\models\\props\\lid.qmat"});
+  Paths named;
+  for (const dmx::CDmElement* e : run.readDmx(run.meshFile("crate_bg_body_lod0")).elements) {
+    if (e->type() == "DmeMaterial") named.push_back(e->getString("mtlName"));
+  }
+  EXPECT_EQ(named, (Paths{"materials/models/props/crate.qmat", "materials/models/props/lid.qmat"}));
 }
 
 TEST(MaterialMapping, AStripFileReplacementTakesOverItsSlotForItsLodOnly) {
@@ -95,6 +122,13 @@ TEST(MaterialMapping, AnOutOfRangeMaterialIsReportedOnTheMainChannel) {
   EXPECT_EQ(run.tables().meshParts.at(0).faceSets.at(0).material, 5);
   run.converter.AddMaterial(2, -1);
   EXPECT_EQ(log.count("Unable to add mtl -1 for lod 2 model has only 1 mtls\n"), 1u);
+  // Its mesh file still names a material for those faces.
+  ASSERT_TRUE(run.converter.WriteMeshes());
+  Paths named;
+  for (const dmx::CDmElement* e : run.readDmx(run.meshFile("crate_bg_body_lod0")).elements) {
+    if (e->type() == "DmeMaterial") named.push_back(e->name());
+  }
+  EXPECT_EQ(named, Paths{"materials\\missing_material_5.qmat"});
 }
 
 #ifdef ZV_HAVE_QPKPACK

@@ -123,7 +123,7 @@ TEST(MeshFiles, EveryWrittenFileReadsBackAsItsBuilderInput) {
         EXPECT_EQ(material->name() + " " + material->getString("mtlName"),
                   mesh.material == 0
                       ? "materials\\models\\props\\crate.qmat materials/models/props/crate.qmat"
-                      : " ");
+                      : "materials\\models\\props\\glass.qmat materials/models/props/glass.qmat");
         const std::vector<uint16_t>& indices = group.strips[0].indices;
         std::vector<int32_t> faces;
         for (size_t t = 0; t < indices.size() / 3; ++t) {
@@ -150,7 +150,7 @@ TEST(Skeleton, ChildrenListedBeforeTheirParentsComposeAndNestUnderThem) {
   mdlforge::Description d = crateModel();
   // hand hangs from arm, which comes after it; arm's yaw of 90 turns hand's offset onto +Y.
   d.bones = {testing::bone("root", -1, {0, 10, 0}), testing::bone("hand \"left\"\x01\xFF", 2, {1, 0, 0}),
-             testing::bone("arm", 0, {0, 0, 5}, {0, 90, 0})};
+             testing::bone("arm", 0, {0, 0, 5}, {0, 90, 0}), testing::bone("", 0)};
   ImportRun run(d);
   ASSERT_TRUE(run.extractAndWrite());
   const std::vector<SkeletonBone>& bones = run.tables().skeleton;
@@ -162,9 +162,10 @@ TEST(Skeleton, ChildrenListedBeforeTheirParentsComposeAndNestUnderThem) {
   const std::vector<CDmElement*>& joints = f.model->getElementArray("jointList");
   const std::vector<CDmElement*>& pose =
       need(f.model->getElementArray("baseStates").at(0), "base")->getElementArray("transforms");
-  ASSERT_TRUE(joints.size() == 3 && pose.size() == 3);
-  const std::string names[] = {"root", "hand _left___", "arm"};
-  for (size_t i = 0; i < 3; ++i) {
+  ASSERT_TRUE(joints.size() == 4 && pose.size() == 4);
+  // A bone without a name gets one from its index: importers drop unnamed joints.
+  const std::string names[] = {"root", "hand _left___", "arm", "bone3"};
+  for (size_t i = 0; i < 4; ++i) {
     for (const CDmElement* t : {need(joints[i]->getElement("transform"), "transform"), pose[i]}) {
       EXPECT_EQ(joints[i]->name() + " " + t->name(), names[i] + " " + names[i]);
       EXPECT_EQ(t->getVector3("position"), bones[i].position);
@@ -173,7 +174,7 @@ TEST(Skeleton, ChildrenListedBeforeTheirParentsComposeAndNestUnderThem) {
   }
   EXPECT_EQ(f.model->getElementArray("children").size(), 2u);
   EXPECT_EQ(f.model->getElementArray("children")[0], joints[0]);
-  EXPECT_EQ(joints[0]->getElementArray("children"), std::vector<CDmElement*>{joints[2]});
+  EXPECT_EQ(joints[0]->getElementArray("children"), (std::vector<CDmElement*>{joints[2], joints[3]}));
   EXPECT_EQ(joints[2]->getElementArray("children"), std::vector<CDmElement*>{joints[1]});
   EXPECT_TRUE(joints[1]->getElementArray("children").empty());
   EXPECT_FALSE(f.bind->has("texcoord$1"));  // one texture set: no second field

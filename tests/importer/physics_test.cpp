@@ -105,16 +105,22 @@ TEST(PhysicsFile, HoldsEveryPieceUnderItsBoneInModelSpace) {
     const dmx::CDmElement* faceSet = mesh->getElementArray("faceSets").at(0);
     surfaces.push_back(faceSet->name() + " " + mesh->getString("PhysicsSurfaceProperties") + " " +
                        faceSet->getElement("material")->name());
-    const std::vector<Vector3>& points = mesh->getElement("bindState")->getVector3Array("position$0");
-    // Twelve triangles per box, each facing away from the box's centre.
+    const dmx::CDmElement* bind = mesh->getElement("bindState");
+    const std::vector<Vector3>& points = bind->getVector3Array("position$0");
+    const std::vector<Vector3>& normals = bind->getVector3Array("normal$0");
+    auto point = [&](int32_t corner) { return points.at(size_t(bind->getIntArray("position$0Indices").at(size_t(corner)))); };
+    auto normal = [&](int32_t corner) { return normals.at(size_t(bind->getIntArray("normal$0Indices").at(size_t(corner)))); };
+    // Twelve triangles per box, each facing away from the box's centre, its corners
+    // carrying its unit face normal.
     const std::vector<int32_t>& faces = faceSet->getIntArray("faces");
     ASSERT_EQ(faces.size(), 48u);
     Vector3 centre;
     for (const Vector3& p : points) centre = centre + p * (1.0f / float(points.size()));
     for (size_t f = 0; f < faces.size(); f += 4) {
-      const Vector3 &a = points.at(size_t(faces[f])), &b = points.at(size_t(faces[f + 1])),
-                    &c = points.at(size_t(faces[f + 2]));
-      EXPECT_GT(dot(cross(b - a, c - a), a + b + c - centre * 3), 0) << "triangle " << f / 4;
+      const Vector3 a = point(faces[f]), b = point(faces[f + 1]), c = point(faces[f + 2]);
+      Vector3 face = cross(b - a, c - a);
+      EXPECT_GT(dot(face, a + b + c - centre * 3), 0) << "triangle " << f / 4;
+      for (size_t k = 0; k < 3; ++k) testing::expectNear(normal(faces[f + k]), face * (1 / length(face)));
     }
   }
   EXPECT_EQ(surfaces, (Names{"faceSet0 flesh flesh", "faceSet1 flesh flesh", "faceSet2 flesh flesh",
