@@ -1,5 +1,6 @@
 #include "legacy/phy.h"
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -19,6 +20,7 @@ constexpr size_t kPointBytes = 16;
 constexpr size_t kNodeBytes = 28;
 constexpr size_t kSurfaceRootField = 32;
 constexpr int16_t kConvexPieceSurface = 0;
+constexpr uint32_t kHasChildrenBits = 0x3;
 
 // Decodes one solid. Positions are relative to the solid's data; messages give them from
 // the file start.
@@ -40,12 +42,47 @@ class SolidDecoder {
     if (!data_.contains(cs, kSurfaceHeaderBytes))
       return fail(cs, "compact surface header", "leaves the solid");
     auto root = offsetFrom(cs, data_.readOr<int32_t>(cs + kSurfaceRootField, 0), data_.size());
-    if (!root) return fail(cs + kSurfaceRootField, "ledge tree root offset", "points outside the solid");
-    if (Status walked = walkTree(*root, solid.pieces); !walked) return walked.error();
+    Status walked = root ? walkTree(*root, solid.pieces)
+                         : fail(cs + kSurfaceRootField, "ledge tree root offset", "points outside the solid");
+    if (walked) return solid;
+    // Real files carry solids whose tree is missing (its root offset points at the end of
+    // the solid) while the pieces are all there; they are then read in file order.
+    solid.pieces.clear();
+    seenLedges_.clear();
+    if (Status listed = walkLedges(cs + kSurfaceHeaderBytes, solid.pieces); !listed) {
+      std::string tree = walked.message().substr(std::min(walked.message().size(), where().size()));
+      return Error{listed.message() + "; its ledge tree: " + tree};
+    }
     return solid;
   }
 
  private:
+  // Ledges lie back to back after the surface header, up to the shared point array. The
+  // terminal ones are the pieces; the others wrap a subtree's pieces. Every step moves on
+  // by at least one ledge header and one triangle, so the walk ends.
+  Status walkLedges(size_t first, std::vector<PhyPiece>& pieces) {
+    size_t end = data_.size();
+    for (size_t ledge = first; ledge < end;) {
+      if (!data_.contains(ledge, kLedgeBytes)) return fail(ledge, "ledge", "leaves the solid");
+      auto points = offsetFrom(ledge, data_.readOr<int32_t>(ledge, 0), data_.size());
+      if (!points || *points <= ledge) return fail(ledge, "ledge", "has its point array outside the solid");
+      end = std::min(end, *points);
+      int16_t triangles = data_.readOr<int16_t>(ledge + 12, 0);
+      size_t size = kLedgeBytes + size_t(std::max<int16_t>(triangles, 0)) * kTriangleBytes;
+      if (triangles <= 0 || ledge + size > end)
+        return fail(ledge, "ledge", format("has %d triangles, which overrun the ledges", triangles));
+      bool terminal = (data_.readOr<uint32_t>(ledge + 8, 0) & kHasChildrenBits) == 0;
+      if (terminal) {
+        auto piece = decodePiece(ledge, pieces.size());
+        if (!piece) return piece.error();
+        pieces.push_back(std::move(piece.value()));
+      }
+      ledge += size;
+    }
+    if (pieces.empty()) return fail(first, "ledges", "hold no pieces");
+    return Status::success();
+  }
+
   // Every node, whatever its shape, takes 28 bytes, so a walk that visits more nodes than
   // fit in the solid has met a node twice.
   Status walkTree(size_t root, std::vector<PhyPiece>& pieces) {
@@ -117,10 +154,13 @@ class SolidDecoder {
     return piece;
   }
 
+  std::string where() const {
+    return format("%.*s: solid %zu: ", int(fileName_.size()), fileName_.data(), index_);
+  }
+
   Error fail(size_t position, std::string_view what, std::string_view problem) const {
-    return Error{format("%.*s: solid %zu: %.*s at offset %zu %.*s", int(fileName_.size()), fileName_.data(),
-                        index_, int(what.size()), what.data(), fileOffset_ + position, int(problem.size()),
-                        problem.data())};
+    return Error{where() + format("%.*s at offset %zu %.*s", int(what.size()), what.data(), fileOffset_ + position,
+                                  int(problem.size()), problem.data())};
   }
 
   std::string_view fileName_;
@@ -239,9 +279,15 @@ Result<PhyFile> PhyFile::parse(std::string_view fileName, ByteView bytes) {
     size_t start = position + 4;
     auto data = *size >= 0 ? bytes.sub(start, size_t(*size)) : std::nullopt;
     if (!data) return failAt(position, format("solid %d has size %d, past the end of the file", i, *size));
+    // A solid that does not decode costs only itself; it keeps its place, since the text
+    // section and the constraints name solids by index.
     auto solid = SolidDecoder(fileName, size_t(i), start, *data).decode();
-    if (!solid) return solid.error();
-    file.solids.push_back(std::move(solid.value()));
+    if (solid) {
+      file.solids.push_back(std::move(solid.value()));
+    } else {
+      file.notes.push_back(solid.message() + format("; solid %d has no pieces", i));
+      file.solids.emplace_back();
+    }
     position = start + size_t(*size);
   }
   // The text runs to the end of the file or its first NUL.

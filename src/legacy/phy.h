@@ -4,11 +4,10 @@
 // hang off a binary ledge tree and share one point array.
 //
 // Pieces are found by walking the ledge tree: the terminal nodes name the pieces, in tree
-// order (left subtree before right). The back-to-back ledge list would give the same
-// pieces, but telling a piece from a subtree's wrapping hull there rests on flag bits that
-// readers disagree about; the tree needs no flags. The walk is iterative, children must lie
-// after their node, and the number of visits is bounded by the nodes that fit in the
-// surface, so no file can make it loop or blow up.
+// order (left subtree before right). The walk is iterative, children must lie after their
+// node, and the number of visits is bounded by the nodes that fit in the surface, so no
+// file can make it loop or blow up. A solid whose tree is missing or unusable has its
+// ledges read in file order instead, the ones without children being the pieces.
 
 #include <array>
 #include <cstdint>
@@ -89,8 +88,9 @@ struct PhyFile {
   // not exist, ...), for the caller to report.
   std::vector<std::string> notes;
 
-  // Decodes the whole file; any structural fault fails it with a message naming the file,
-  // the solid, the record and the offset. Offsets in messages are from the file start.
+  // Decodes the whole file. A solid that does not decode is kept without pieces and noted;
+  // a fault in the framing (header, solid sizes) or the text fails the file. Messages name
+  // the file, the solid, the record and the offset (from the file start).
   static Result<PhyFile> parse(std::string_view fileName, ByteView bytes);
 };
 

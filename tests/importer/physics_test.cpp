@@ -10,6 +10,7 @@
 
 #include "base/log.h"
 #include "importer_fixture.h"
+#include "mdlforge/byte_writer.h"
 #include "mdlforge/physics.h"
 
 namespace zv {
@@ -237,6 +238,36 @@ TEST(PhysicsLoad, MismatchedOrBrokenFilesAreRefusedAndTheModelStillConverts) {
     EXPECT_FALSE(std::filesystem::exists(run.physicsFile()));
     EXPECT_EQ(testing::readText(run.out("crate.qmdl")).find("Physics"), std::string::npos);
   }
+}
+
+// Solids without a ledge tree convert as real files have them; a solid that does not
+// decode at all costs its hulls only, with a message naming it.
+TEST(PhysicsLoad, TreelessSolidsConvertAndABrokenSolidCostsOnlyItsHulls) {
+  mdlforge::PhysicsDescription physics = ragdollPhysics();
+  for (mdlforge::PhysicsSolid& solid : physics.solids) solid.ledgeTree = false;
+  PhysicsRun treeless(physics);
+  LogCapture log;
+  ASSERT_TRUE(treeless.converter.Convert());
+  EXPECT_EQ(log.count("No valid .phy"), 0u) << log.text();
+  EXPECT_EQ(listed(treeless.readDocument(), "PhysicsShapeList", {"name"}),
+            (Names{"pelvis_0_mesh", "arm_0_mesh", "arm_1_mesh", "arm_2_mesh", "hand_0_mesh"}));
+  treeless.readDmx(treeless.physicsFile());
+
+  PhysicsRun broken(physics);
+  std::vector<uint8_t> bytes = testing::readBytes(broken.dir.path() / "models/props/crate.phy");
+  // Claim more triangles for the arm's last piece than there are before the points.
+  auto built = mdlforge::buildPhysics(physics, ragdollModel().checksum);
+  ASSERT_TRUE(built);
+  mdlforge::poke<int16_t>(bytes, built->where.at("ledge[1][2]") + 12, 200);
+  testing::writeBytes(broken.dir.path() / "models/props/crate.phy", bytes);
+  log.clear();
+  ASSERT_TRUE(broken.converter.Convert());
+  EXPECT_EQ(log.count("models/props/crate.phy: solid 1: ledge at offset "), 1u) << log.text();
+  EXPECT_EQ(log.count("; solid 1 has no pieces\n"), 1u) << log.text();
+  Kv3Value root = broken.readDocument();
+  EXPECT_EQ(listed(root, "PhysicsShapeList", {"name"}), (Names{"pelvis_0_mesh", "hand_0_mesh"}));
+  EXPECT_EQ(listed(root, "PhysicsBodyMarkupList", {"target_body"}), (Names{"pelvis", "arm"}));
+  broken.readDmx(broken.physicsFile());
 }
 
 TEST(PhysicsCorpus, EveryCollisionFileLoadsWithHullsInsideTheRenderMesh) {

@@ -150,13 +150,9 @@ TEST(PhyFile, EveryPrefixFailsCleanly) {
   }
 }
 
-TEST(PhyFile, BrokenFieldsAreRefusedWithTheirPlace) {
+TEST(PhyFile, BrokenFramingFailsTheFile) {
   auto file = buildPhy(ragdoll());
   int32_t size = int32_t(file.bytes.size());
-  // Solid 1 has no solid header; its tree is root, leaf, inner node, leaf, leaf.
-  std::string lastLeaf = placeKey("node", {1, 4});
-  int32_t firstLedge =
-      int32_t(int64_t(file.where.at(placeKey("ledge", {1, 0}))) - int64_t(file.where.at(lastLeaf)));
   // Place in the file ("" = its start), field, value, part of the message.
   const std::tuple<std::string, size_t, int32_t, const char*> patches[] = {
       {"", 0, 8, "header size 8 is outside 16.."},
@@ -165,19 +161,6 @@ TEST(PhyFile, BrokenFieldsAreRefusedWithTheirPlace) {
       {"", 8, 1 << 30, "solid count 1073741824 does not fit"},
       {placeKey("solid", {1}), 0, size, "solid 1 has size"},
       {placeKey("solid", {1}), 0, -4, "solid 1 has size -4"},
-      {placeKey("solid", {0}), 4 + 6, 1, "surface type 1"},
-      {placeKey("surface", {1}), 32, size, "root offset"},
-      {placeKey("surface", {1}), 32, -size, "root offset"},
-      {placeKey("node", {1, 0}), 0, -28, "right-child offset -28"},  // pointing back
-      {placeKey("node", {1, 0}), 0, 28, "right-child offset 28"},    // on the node itself
-      {placeKey("node", {1, 0}), 0, size, "right child outside"},
-      {placeKey("node", {1, 1}), 4, size, "names a ledge outside"},
-      {lastLeaf, 4, firstLedge, "named twice"},
-      {placeKey("ledge", {1, 0}), 12, 0xffff, "-1 triangles"},
-      {placeKey("ledge", {1, 0}), 12, 0x7fff, "32767 triangles"},
-      {placeKey("ledge", {1, 0}), 12, 0, "0 triangles"},
-      {placeKey("ledge", {1, 0}), 0, size, "point array outside"},
-      {placeKey("ledge", {1, 0}), 16 + 4, 0xfff0, "names point 65520"},
   };
   for (const auto& [key, field, value, expected] : patches) {
     std::vector<uint8_t> bytes = file.bytes;
@@ -186,6 +169,92 @@ TEST(PhyFile, BrokenFieldsAreRefusedWithTheirPlace) {
     ASSERT_FALSE(phy) << expected;
     EXPECT_NE(phy.message().find(expected), std::string::npos) << phy.message();
     EXPECT_EQ(phy.message().rfind("props/box.phy: ", 0), 0u) << phy.message();
+  }
+}
+
+size_t pieceCount(const PhyFile& phy, size_t solid) { return phy.solids.at(solid).pieces.size(); }
+
+// A broken tree is not a broken solid: the ledges are read in file order instead, and
+// give the same pieces.
+TEST(PhyFile, AnUnusableLedgeTreeFallsBackToTheLedgesInOrder) {
+  auto file = buildPhy(ragdoll());
+  int32_t size = int32_t(file.bytes.size());
+  std::string lastLeaf = placeKey("node", {1, 4});  // solid 1: root, leaf, inner node, leaf, leaf
+  int32_t firstLedge =
+      int32_t(int64_t(file.where.at(placeKey("ledge", {1, 0}))) - int64_t(file.where.at(lastLeaf)));
+  const std::tuple<std::string, size_t, int32_t> patches[] = {
+      {placeKey("surface", {1}), 32, size},         {placeKey("surface", {1}), 32, -size},
+      {placeKey("node", {1, 0}), 0, -28},           {placeKey("node", {1, 0}), 0, 28},
+      {placeKey("node", {1, 0}), 0, size},          {placeKey("node", {1, 1}), 4, size},
+      {lastLeaf, 4, firstLedge},
+  };
+  auto clean = parseBytes(file.bytes);
+  ASSERT_TRUE(clean);
+  for (const auto& [key, field, value] : patches) {
+    std::vector<uint8_t> bytes = file.bytes;
+    mdlforge::poke<int32_t>(bytes, file.where.at(key) + field, value);
+    auto phy = parseBytes(bytes);
+    ASSERT_TRUE(phy) << key << "+" << field << ": " << phy.message();
+    EXPECT_EQ(phy->notes, clean->notes) << key;
+    ASSERT_EQ(pieceCount(*phy, 1), 3u) << key;
+    for (size_t p = 0; p < 3; ++p) EXPECT_EQ(phy->solids[1].pieces[p].points, clean->solids[1].pieces[p].points);
+  }
+}
+
+// As real files have them: no tree at all, the root offset at the end of the solid, and
+// the wrapping hulls of a compiled solid among the ledges.
+TEST(PhyFile, ASolidWithoutLedgeTreeReadsItsPiecesInOrder) {
+  mdlforge::PhysicsDescription d = ragdoll();
+  for (mdlforge::PhysicsSolid& solid : d.solids) solid.ledgeTree = false;
+  auto file = buildPhy(d);
+  auto phy = parseBytes(file.bytes);
+  ASSERT_TRUE(phy) << phy.message();
+  auto withTree = parseBytes(buildPhy(ragdoll()).bytes);
+  ASSERT_TRUE(withTree);
+  for (size_t s = 0; s < 2; ++s) {
+    ASSERT_EQ(pieceCount(*phy, s), pieceCount(*withTree, s));
+    for (size_t p = 0; p < pieceCount(*phy, s); ++p) {
+      EXPECT_EQ(phy->solids[s].pieces[p].points, withTree->solids[s].pieces[p].points);
+      EXPECT_EQ(phy->solids[s].pieces[p].bone, withTree->solids[s].pieces[p].bone);
+    }
+  }
+  // Ledges that overrun the point array are corrupt however they are read.
+  mdlforge::poke<int16_t>(file.bytes, file.where.at(placeKey("ledge", {1, 2})) + 12, 40);
+  auto overrun = parseBytes(file.bytes);
+  ASSERT_TRUE(overrun) << overrun.message();
+  EXPECT_EQ(pieceCount(*overrun, 0), 1u);
+  EXPECT_EQ(pieceCount(*overrun, 1), 0u);
+  ASSERT_EQ(overrun->notes.size(), 2u);
+  EXPECT_NE(overrun->notes[0].find("props/box.phy: solid 1: ledge at offset"), std::string::npos) << overrun->notes[0];
+  EXPECT_NE(overrun->notes[0].find("has 40 triangles, which overrun the ledges"), std::string::npos);
+}
+
+// A solid that does not decode either way loses its pieces, keeps its place for the text
+// and the constraints, and is noted; the other solids are whole.
+TEST(PhyFile, ABrokenSolidCostsOnlyItsPieces) {
+  auto file = buildPhy(ragdoll());
+  const std::tuple<std::string, size_t, int32_t, size_t, const char*> patches[] = {
+      {placeKey("solid", {0}), 4 + 6, 1, 0, "surface type 1"},
+      {placeKey("ledge", {1, 0}), 12, 0xffff, 1, "-1 triangles"},
+      {placeKey("ledge", {1, 0}), 12, 0x7fff, 1, "32767 triangles"},
+      {placeKey("ledge", {1, 0}), 12, 0, 1, "0 triangles"},
+      {placeKey("ledge", {1, 0}), 0, int32_t(file.bytes.size()), 1, "point array outside"},
+      {placeKey("ledge", {1, 0}), 16 + 4, 0xfff0, 1, "names point 65520"},
+  };
+  for (const auto& [key, field, value, broken, expected] : patches) {
+    std::vector<uint8_t> bytes = file.bytes;
+    mdlforge::poke<int32_t>(bytes, file.where.at(key) + field, value);
+    auto phy = parseBytes(bytes);
+    ASSERT_TRUE(phy) << expected << ": " << phy.message();
+    ASSERT_EQ(phy->solids.size(), 2u);
+    EXPECT_EQ(pieceCount(*phy, broken), 0u) << expected;
+    EXPECT_EQ(pieceCount(*phy, 1 - broken), broken ? 1u : 3u) << expected;
+    EXPECT_EQ(phy->solids[1].keys.name, "arm");
+    ASSERT_EQ(phy->notes.size(), 2u) << expected;
+    const std::string& note = phy->notes[0];
+    EXPECT_EQ(note.rfind("props/box.phy: solid " + std::to_string(broken) + ": ", 0), 0u) << note;
+    EXPECT_NE(note.find(expected), std::string::npos) << note;
+    EXPECT_NE(note.find("; solid " + std::to_string(broken) + " has no pieces"), std::string::npos) << note;
   }
 }
 

@@ -84,7 +84,11 @@ class SolidWriter {
     for (const auto& ledge : ledges_) {
       if (ledge) out_.patchOffset(ledge->pointField, ledge->position, pointStart);
     }
-    writeTree(rootField, cs);
+    if (solid.ledgeTree) {
+      writeTree(rootField, cs);
+    } else {
+      out_.patchOffset(rootField, cs, out_.size());
+    }
 
     size_t surfaceBytes = out_.size() - cs;
     out_.patchI32(cs + 28, int32_t(uint32_t(surfaceBytes) << 8));
