@@ -95,6 +95,7 @@ Status checkStripsAgainstModel(const std::string& vtxPath, const MdlFile& mdl, c
 Result<LegacyModel> loadModelFamily(FamilyFiles files) {
   auto mdl = MdlFile::parse(files.mdlPath, std::move(files.mdl));
   if (!mdl) return mdl.error();
+  for (const std::string& note : mdl->notes) warning("%s\n", note.c_str());
   LegacyModel model{std::move(mdl.value()), std::nullopt, std::nullopt};
 
   if (acceptStripFile(files, model.mdl)) {

@@ -40,6 +40,8 @@ class MdlParser {
  public:
   MdlParser(MdlFile& out, RecordReader& reader) : out_(out), r_(reader) {}
 
+  // What every later stage needs (header, bones, the tables meshes are built from) fails
+  // the model; every other table costs only itself, record by record where it can.
   bool run() {
     auto header = r_.record(0, kMdlHeaderSize, "model header");
     if (!header) return false;
@@ -50,8 +52,9 @@ class MdlParser {
     readBodyParts();
     readTextures();
     readTextureDirs();
-    readSkins();
-    readAnimBlocks();
+    if (r_.failed()) return false;
+    r_.optional("the skin table", [&] { readSkins(); });
+    r_.optional("the animation block table", [&] { readAnimBlocks(); });
     readAnimations();
     readSequences();
     readAttachments();
@@ -59,8 +62,11 @@ class MdlParser {
     readIkChains();
     readPoseParams();
     readIncludes();
-    readKeyValues();
-    if (!r_.failed()) out_.surfaceProp = r_.string(0, h_.i32(308), "surface property name").value_or("");
+    r_.optional("the key-value text", [&] { out_.keyValues = readText(0, h_.i32(312), h_.i32(316), "key-value text"); });
+    r_.optional("the surface property", [&] {
+      out_.surfaceProp = r_.string(0, h_.i32(308), "surface property name").value_or("");
+    });
+    out_.notes = r_.notes();
     return !r_.failed();
   }
 
@@ -103,21 +109,32 @@ class MdlParser {
     return r_.table(0, h_.i32(offsetField), h_.i32(countField), stride, what);
   }
 
+  // The long name, the linear bone table and the body group presets each cost only
+  // themselves: without the long name the header's name serves.
   void readSecondaryHeader() {
     int32_t offset = out_.header.secondaryHeaderOffset;
     if (offset == 0) return;
-    auto sh = offset > 0 ? r_.record(size_t(offset), kSecondaryHeaderSize, "secondary header")
-                         : r_.fail(format("secondary header offset %d is negative", offset));
+    std::optional<Record> sh;
+    r_.optional("the secondary header", [&] {
+      sh = offset > 0 ? r_.record(size_t(offset), kSecondaryHeaderSize, "secondary header")
+                      : r_.fail(format("secondary header offset %d is negative", offset));
+    });
     if (!sh) return;
-    if (auto name = r_.string(sh->position(), sh->i32(20), "secondary header long name")) out_.longName = *name;
-    readLinearBones(*sh);
-    auto presets = r_.table(sh->position(), sh->i32(40), sh->i32(36), kPresetSize, "body group preset table");
-    if (!presets) return;
-    for (size_t i = 0; i < presets->count && !r_.failed(); ++i) {
-      Record p = *r_.record(presets->at(i), kPresetSize, "body group preset");
-      out_.bodyGroupPresets.push_back(
-          {r_.string(p.position(), p.i32(0), indexed("body group preset", i) + ".name").value_or(""), p.i32(4),
-           p.i32(8)});
+    r_.optional("the long name", [&] {
+      out_.longName = r_.string(sh->position(), sh->i32(20), "secondary header long name").value_or("");
+    });
+    r_.optional("the linear bone table", [&] { readLinearBones(*sh); });
+    std::optional<Table> presets;
+    r_.optional("the body group presets", [&] {
+      presets = r_.table(sh->position(), sh->i32(40), sh->i32(36), kPresetSize, "body group preset table");
+    });
+    for (size_t i = 0; presets && i < presets->count; ++i) {
+      std::string where = indexed("body group preset", i);
+      r_.optional(where, [&] {
+        Record p = *r_.record(presets->at(i), kPresetSize, "body group preset");
+        std::string name = r_.string(p.position(), p.i32(0), where + ".name").value_or("");
+        if (!r_.failed()) out_.bodyGroupPresets.push_back({name, p.i32(4), p.i32(8)});
+      });
     }
   }
 
@@ -165,10 +182,15 @@ class MdlParser {
       bone.alignment = b.quat(144);
       bone.flags = b.get<uint32_t>(160);
       bone.proceduralType = b.i32(164);
-      bone.surfaceProp = r_.string(b.position(), b.i32(176), where + ".surface property").value_or("");
       bone.contents = b.i32(180);
       bone.recordOffset = b.position();
-      if (bone.proceduralType == kJiggleProcedure && b.i32(168) != 0) bone.jiggle = readJiggle(b, where);
+      // Hit boxes and jiggle settings can do without these; the skeleton cannot do without the bone.
+      r_.optional(where + "'s surface property", [&] {
+        bone.surfaceProp = r_.string(b.position(), b.i32(176), where + ".surface property").value_or("");
+      });
+      if (bone.proceduralType == kJiggleProcedure && b.i32(168) != 0) {
+        r_.optional(where + "'s jiggle settings", [&] { bone.jiggle = readJiggle(b, where); });
+      }
       out_.bones.push_back(std::move(bone));
     }
     checkBoneParents();
@@ -295,32 +317,39 @@ class MdlParser {
     }
   }
 
+  // A broken animation keeps its place, since sequences name animations by index, and
+  // carries why it cannot be decoded.
   void readAnimations() {
-    auto anims = headerTable(180, 184, kAnimDescSize, "animation table");
-    for (size_t i = 0; anims && i < anims->count && !r_.failed(); ++i) {
+    std::optional<Table> anims;
+    r_.optional("the animation table", [&] { anims = headerTable(180, 184, kAnimDescSize, "animation table"); });
+    for (size_t i = 0; anims && i < anims->count; ++i) {
       Record a = *r_.record(anims->at(i), kAnimDescSize, "animation description");
       std::string where = indexed("animation", i);
       AnimDesc anim;
       anim.recordOffset = a.position();
-      anim.name = r_.string(a.position(), a.i32(4), where + ".name").value_or("");
-      anim.fps = a.f32(8);
-      anim.flags = a.i32(12);
-      anim.frameCount = a.i32(16);
-      anim.block = a.i32(52);
-      anim.dataOffset = a.i32(56);
-      anim.framesPerSection = a.i32(84);
-      auto moves = r_.table(a.position(), a.i32(24), a.i32(20), kMovementSize, where + ".movement table");
-      for (size_t k = 0; moves && k < moves->count; ++k) {
-        Record m = *r_.record(moves->at(k), kMovementSize, "movement");
-        anim.movements.push_back({m.i32(0), m.i32(4), m.f32(8), m.f32(12), m.f32(16), m.vec3(20), m.vec3(32)});
-      }
-      readSections(a, anim, where);
-      if (anim.block == 0 && anim.frameCount > 0 && !r_.failed() &&
-          !offsetFrom(a.position(), anim.dataOffset, r_.file().size())) {
-        r_.fail(format("%s at offset %zu: animation data offset %d leaves the file", where.c_str(), a.position(),
-                       anim.dataOffset));
-      }
+      if (!r_.optional(where, [&] { readAnimation(a, anim, where); })) anim.error = r_.notes().back();
       out_.animations.push_back(std::move(anim));
+    }
+  }
+
+  void readAnimation(const Record& a, AnimDesc& anim, const std::string& where) {
+    anim.name = r_.string(a.position(), a.i32(4), where + ".name").value_or("");
+    anim.fps = a.f32(8);
+    anim.flags = a.i32(12);
+    anim.frameCount = a.i32(16);
+    anim.block = a.i32(52);
+    anim.dataOffset = a.i32(56);
+    anim.framesPerSection = a.i32(84);
+    auto moves = r_.table(a.position(), a.i32(24), a.i32(20), kMovementSize, where + ".movement table");
+    for (size_t k = 0; moves && k < moves->count; ++k) {
+      Record m = *r_.record(moves->at(k), kMovementSize, "movement");
+      anim.movements.push_back({m.i32(0), m.i32(4), m.f32(8), m.f32(12), m.f32(16), m.vec3(20), m.vec3(32)});
+    }
+    readSections(a, anim, where);
+    if (anim.block == 0 && anim.frameCount > 0 && !r_.failed() &&
+        !offsetFrom(a.position(), anim.dataOffset, r_.file().size())) {
+      r_.fail(format("%s at offset %zu: animation data offset %d leaves the file", where.c_str(), a.position(),
+                     anim.dataOffset));
     }
   }
 
@@ -339,10 +368,19 @@ class MdlParser {
     }
   }
 
+  // Like animations, a broken sequence keeps its place (auto layers name sequences by index).
   void readSequences() {
-    auto seqs = headerTable(188, 192, kSequenceSize, "sequence table");
-    for (size_t i = 0; seqs && i < seqs->count && !r_.failed(); ++i) {
-      out_.sequences.push_back(readSequence(*r_.record(seqs->at(i), kSequenceSize, "sequence"), indexed("sequence", i)));
+    std::optional<Table> seqs;
+    r_.optional("the sequence table", [&] { seqs = headerTable(188, 192, kSequenceSize, "sequence table"); });
+    for (size_t i = 0; seqs && i < seqs->count; ++i) {
+      Record s = *r_.record(seqs->at(i), kSequenceSize, "sequence");
+      std::string where = indexed("sequence", i);
+      SequenceDesc seq;
+      if (!r_.optional(where, [&] { seq = readSequence(s, where); })) {
+        seq = SequenceDesc{};
+        seq.error = r_.notes().back();
+      }
+      out_.sequences.push_back(std::move(seq));
     }
   }
 
@@ -393,15 +431,26 @@ class MdlParser {
     }
   }
 
+  // A grid with no cells is a sequence without animation, whatever its index table
+  // offset says; every cell must name an animation of this model.
   void readBlendGrid(const Record& s, SequenceDesc& seq, const std::string& where) {
-    if (seq.groupSize[0] < 1 || seq.groupSize[1] < 1 || seq.groupSize[0] > 64 || seq.groupSize[1] > 64) {
+    if (seq.groupSize[0] < 0 || seq.groupSize[1] < 0 || seq.groupSize[0] > 64 || seq.groupSize[1] > 64) {
       r_.fail(format("%s at offset %zu has an invalid blend grid %d x %d", where.c_str(), s.position(),
                      seq.groupSize[0], seq.groupSize[1]));
       return;
     }
     int64_t cells = int64_t(seq.groupSize[0]) * seq.groupSize[1];
+    if (cells == 0) return;
     auto grid = r_.table(s.position(), s.i32(60), cells, 2, where + ".animation index table");
-    for (size_t k = 0; grid && k < grid->count; ++k) seq.animIndices.push_back(r_.record(grid->at(k), 2, "animation index")->get<int16_t>(0));
+    for (size_t k = 0; grid && k < grid->count; ++k) {
+      int16_t anim = r_.record(grid->at(k), 2, "animation index")->get<int16_t>(0);
+      if (anim < 0 || size_t(anim) >= out_.animations.size()) {
+        r_.fail(format("%s at offset %zu: grid cell %zu names animation %d of %zu", where.c_str(), s.position(), k,
+                       anim, out_.animations.size()));
+        return;
+      }
+      seq.animIndices.push_back(anim);
+    }
     if (s.i32(160) != 0 && (seq.groupSize[0] > 1 || seq.groupSize[1] > 1)) {
       auto keys = r_.table(s.position(), s.i32(160), int64_t(seq.groupSize[0]) + seq.groupSize[1], 4,
                            where + ".pose key table");
@@ -454,72 +503,79 @@ class MdlParser {
     return text;
   }
 
-  void readAttachments() {
-    auto table = headerTable(240, 244, kAttachmentSize, "attachment table");
-    for (size_t i = 0; table && i < table->count && !r_.failed(); ++i) {
-      Record a = *r_.record(table->at(i), kAttachmentSize, "attachment");
-      out_.attachments.push_back({r_.string(a.position(), a.i32(0), indexed("attachment", i) + ".name").value_or(""),
-                                  a.i32(4), a.i32(8), a.mat3x4(12)});
+  // The records of an optional header table, each decoded by decode(record, where). A
+  // broken table costs all of them; a broken record only itself.
+  template <class T, class Decode>
+  void readOptionalRecords(size_t countField, size_t offsetField, size_t stride, std::string_view table,
+                           std::string_view label, std::vector<T>& into, Decode decode) {
+    std::optional<Table> records;
+    r_.optional(format("the %.*s", int(table.size()), table.data()),
+                [&] { records = headerTable(countField, offsetField, stride, table); });
+    for (size_t i = 0; records && i < records->count; ++i) {
+      std::string where = indexed(label, i);
+      r_.optional(where, [&] {
+        T item = decode(*r_.record(records->at(i), stride, table), where);
+        if (!r_.failed()) into.push_back(std::move(item));
+      });
     }
+  }
+
+  void readAttachments() {
+    readOptionalRecords(240, 244, kAttachmentSize, "attachment table", "attachment", out_.attachments,
+                        [&](const Record& a, const std::string& where) {
+                          return Attachment{r_.string(a.position(), a.i32(0), where + ".name").value_or(""), a.i32(4),
+                                            a.i32(8), a.mat3x4(12)};
+                        });
   }
 
   void readHitboxSets() {
-    auto sets = headerTable(172, 176, kHitboxSetSize, "hit box set table");
-    for (size_t i = 0; sets && i < sets->count && !r_.failed(); ++i) {
-      Record s = *r_.record(sets->at(i), kHitboxSetSize, "hit box set");
-      std::string where = indexed("hitboxset", i);
-      HitboxSet set;
-      set.name = r_.string(s.position(), s.i32(0), where + ".name").value_or("");
-      auto boxes = r_.table(s.position(), s.i32(8), s.i32(4), kHitboxSize, where + ".hit box table");
-      for (size_t k = 0; boxes && k < boxes->count; ++k) {
-        Record b = *r_.record(boxes->at(k), kHitboxSize, "hit box");
-        set.hitboxes.push_back({b.i32(0), b.i32(4), b.vec3(8), b.vec3(20), b.f32(48), b.i32(48)});
-      }
-      out_.hitboxSets.push_back(std::move(set));
-    }
+    readOptionalRecords(172, 176, kHitboxSetSize, "hit box set table", "hitboxset", out_.hitboxSets,
+                        [&](const Record& s, const std::string& where) {
+                          HitboxSet set;
+                          set.name = r_.string(s.position(), s.i32(0), where + ".name").value_or("");
+                          auto boxes = r_.table(s.position(), s.i32(8), s.i32(4), kHitboxSize, where + ".hit box table");
+                          for (size_t k = 0; boxes && k < boxes->count; ++k) {
+                            Record b = *r_.record(boxes->at(k), kHitboxSize, "hit box");
+                            set.hitboxes.push_back({b.i32(0), b.i32(4), b.vec3(8), b.vec3(20), b.f32(48), b.i32(48)});
+                          }
+                          return set;
+                        });
   }
 
   void readIkChains() {
-    auto chains = headerTable(284, 288, kIkChainSize, "IK chain table");
-    for (size_t i = 0; chains && i < chains->count && !r_.failed(); ++i) {
-      Record c = *r_.record(chains->at(i), kIkChainSize, "IK chain");
-      std::string where = indexed("ikchain", i);
-      IkChain chain;
-      chain.name = r_.string(c.position(), c.i32(0), where + ".name").value_or("");
-      chain.linkType = c.i32(4);
-      auto links = r_.table(c.position(), c.i32(12), c.i32(8), kIkLinkSize, where + ".link table");
-      for (size_t k = 0; links && k < links->count; ++k) {
-        Record l = *r_.record(links->at(k), kIkLinkSize, "IK link");
-        chain.links.push_back({l.i32(0), l.vec3(4)});
-      }
-      out_.ikChains.push_back(std::move(chain));
-    }
+    readOptionalRecords(284, 288, kIkChainSize, "IK chain table", "ikchain", out_.ikChains,
+                        [&](const Record& c, const std::string& where) {
+                          IkChain chain;
+                          chain.name = r_.string(c.position(), c.i32(0), where + ".name").value_or("");
+                          chain.linkType = c.i32(4);
+                          auto links = r_.table(c.position(), c.i32(12), c.i32(8), kIkLinkSize, where + ".link table");
+                          for (size_t k = 0; links && k < links->count; ++k) {
+                            Record l = *r_.record(links->at(k), kIkLinkSize, "IK link");
+                            chain.links.push_back({l.i32(0), l.vec3(4)});
+                          }
+                          return chain;
+                        });
   }
 
+  // Sequences name pose parameters by index, so one whose name is broken keeps its place
+  // without a name.
   void readPoseParams() {
-    auto params = headerTable(300, 304, kPoseParamSize, "pose parameter table");
-    for (size_t i = 0; params && i < params->count && !r_.failed(); ++i) {
-      Record p = *r_.record(params->at(i), kPoseParamSize, "pose parameter");
-      out_.poseParams.push_back({r_.string(p.position(), p.i32(0), indexed("poseparam", i) + ".name").value_or(""),
-                                 p.i32(4), p.f32(8), p.f32(12), p.f32(16)});
-    }
+    readOptionalRecords(300, 304, kPoseParamSize, "pose parameter table", "poseparam", out_.poseParams,
+                        [&](const Record& p, const std::string& where) {
+                          PoseParam param{"", p.i32(4), p.f32(8), p.f32(12), p.f32(16)};
+                          r_.optional(where + "'s name", [&] {
+                            param.name = r_.string(p.position(), p.i32(0), where + ".name").value_or("");
+                          });
+                          return param;
+                        });
   }
 
   void readIncludes() {
-    auto includes = headerTable(336, 340, kIncludeSize, "include model table");
-    for (size_t i = 0; includes && i < includes->count && !r_.failed(); ++i) {
-      Record e = *r_.record(includes->at(i), kIncludeSize, "include model");
-      std::string where = indexed("include", i);
-      IncludeModel include;
-      include.label = r_.string(e.position(), e.i32(0), where + ".label").value_or("");
-      include.fileName = r_.string(e.position(), e.i32(4), where + ".file name").value_or("");
-      out_.includes.push_back(std::move(include));
-    }
-  }
-
-  void readKeyValues() {
-    if (r_.failed()) return;
-    out_.keyValues = readText(0, h_.i32(312), h_.i32(316), "key-value text");
+    readOptionalRecords(336, 340, kIncludeSize, "include model table", "include", out_.includes,
+                        [&](const Record& e, const std::string& where) {
+                          return IncludeModel{r_.string(e.position(), e.i32(0), where + ".label").value_or(""),
+                                              r_.string(e.position(), e.i32(4), where + ".file name").value_or("")};
+                        });
   }
 
   MdlFile& out_;

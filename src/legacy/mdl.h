@@ -1,8 +1,11 @@
 #pragma once
 // The model header file (.mdl), decoded and validated once at load. Every table that a
 // later stage walks is located through checked reads here; after a successful parse the
-// stages index these vectors freely. Cross-references between tables (bone, material,
-// animation and vertex indices) are kept as stored and checked where they are used.
+// stages index these vectors freely. Only the header, the bones and the tables meshes are
+// built from fail the file; a broken optional record (an animation, a sequence, an
+// attachment, the key-value text ...) is left out with a note. Cross-references between
+// tables (bone, material and vertex indices) are kept as stored and checked where they
+// are used; a sequence's animation grid is checked here.
 
 #include <array>
 #include <cstdint>
@@ -101,6 +104,8 @@ struct AnimDesc {
   int32_t framesPerSection = 0;
   std::vector<AnimSection> sections;
   size_t recordOffset = 0;  // absolute position of the record in the file
+  // Why the animation cannot be decoded (its record is broken); empty when it can.
+  std::string error;
 };
 
 struct AnimEvent {
@@ -129,7 +134,9 @@ struct SequenceDesc {
   std::array<int32_t, 2> paramIndex{-1, -1};
   std::array<float, 2> paramStart{};
   std::array<float, 2> paramEnd{};
-  std::vector<int16_t> animIndices;  // groupSize[0] * groupSize[1], row by row
+  // groupSize[0] * groupSize[1] animations of this model, row by row; none for a sequence
+  // without animation (a 0 x 0 grid).
+  std::vector<int16_t> animIndices;
   float fadeInTime = 0, fadeOutTime = 0;
   int32_t entryNode = 0, exitNode = 0, nodeFlags = 0;
   int32_t nextSequence = 0;
@@ -139,6 +146,8 @@ struct SequenceDesc {
   std::string keyValues;
   int32_t cyclePoseIndex = 0;
   std::vector<std::string> activityModifiers;
+  // Why the sequence was left out (its record is broken); empty when it is usable.
+  std::string error;
 };
 
 struct Attachment {
@@ -246,6 +255,9 @@ class MdlFile {
   std::vector<AnimBlock> animBlocks;
   std::vector<BodyGroupPreset> bodyGroupPresets;
   std::optional<LinearBoneTable> linearBones;
+  // Optional records left out because they are broken, one message each (file, record,
+  // offset, what is wrong); the rest of the model is usable.
+  std::vector<std::string> notes;
 
   // The long name when the model has one, else the header name.
   const std::string& modelName() const { return longName.empty() ? header.name : longName; }

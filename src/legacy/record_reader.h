@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/byte_view.h"
 #include "base/math.h"
@@ -68,10 +69,26 @@ class RecordReader {
   // Records an error (the first one wins) and returns nullopt for convenience.
   std::nullopt_t fail(std::string message);
 
+  // Decodes one optional piece of the file (a sequence, an attachment, the key-value
+  // text, ...). A fault inside it costs only that piece: the error becomes a note
+  // ("<error>; <piece> left out") and decoding goes on. False when the piece failed.
+  template <class Decode>
+  bool optional(std::string_view piece, Decode&& decode) {
+    if (failed()) return false;
+    decode();
+    if (!failed()) return true;
+    notes_.push_back(*error_ + "; " + std::string(piece) + " left out");
+    error_.reset();
+    return false;
+  }
+  // What optional pieces were left out, in file order.
+  const std::vector<std::string>& notes() const { return notes_; }
+
  private:
   std::string fileName_;
   ByteView file_;
   std::optional<std::string> error_;
+  std::vector<std::string> notes_;
 };
 
 }  // namespace zv::legacy
