@@ -174,19 +174,91 @@ struct Movement {
   Vector3 position;
 };
 
+// Animation data given by value, which the builder encodes in the legacy forms.
+
+// A run of a run-length value channel: `total` frames, the first values.size() of them
+// with their own value, the rest repeating the last (total 0 ends the channel).
+struct ValueRun {
+  uint8_t total = 0;
+  std::vector<int16_t> values;  // at most 255
+};
+
+// One value channel of a run-length track: the stored i16 of every frame of the
+// animation (the decoder multiplies it by the bone's position or rotation scale). The
+// builder packs them into runs of at most 255 frames; `runs`, when set, is written
+// instead, exactly as given. Without frames or runs the channel is absent (offset 0).
+struct ValueChannel {
+  std::vector<int16_t> frames;
+  std::optional<std::vector<ValueRun>> runs;
+};
+
+// One bone's record of the run-length form. The track flags follow from what is set
+// (0x01 raw position, 0x02 / 0x20 raw rotation in 48 / 64 bits, 0x04 animated position,
+// 0x08 animated rotation, 0x10 delta) unless `flags` replaces them.
+struct RleTrack {
+  uint8_t bone = 0;
+  std::optional<Quaternion> rawRotation;
+  bool rawRotation64 = false;
+  std::optional<Vector3> rawPosition;  // stored as three half floats
+  std::optional<std::array<ValueChannel, 3>> rotation;  // x, y, z (radian Euler / rotation scale)
+  std::optional<std::array<ValueChannel, 3>> position;  // x, y, z (/ position scale)
+  bool delta = false;
+  std::optional<uint8_t> flags;
+};
+
+// Where a bone's rotation and position come from in the frame-packed form (flag 0x40):
+// the per-frame stream or the constants stream, and in which packing.
+enum class PackedRotation : uint8_t { None, Frame48, FrameOmitted, Constant48, ConstantOmitted };
+enum class PackedPosition : uint8_t { None, FrameHalf, ConstantHalf, FrameFloat, ConstantFloat };
+
+struct FramePackedBone {
+  PackedRotation rotationForm = PackedRotation::None;
+  PackedPosition positionForm = PackedPosition::None;
+  // One value per frame for a frame form, one value for a constant form.
+  std::vector<Quaternion> rotations;
+  std::vector<Vector3> positions;
+  std::optional<uint8_t> flags;  // written instead of the flags the forms give
+};
+
+struct AnimationTracks {
+  // The run-length form: one record per entry, in order (a chain ended by the last).
+  std::vector<RleTrack> rle;
+  // The frame-packed form instead (the builder sets flag 0x40): one entry per bone of the
+  // model, in bone order.
+  std::optional<std::vector<FramePackedBone>> framePacked;
+};
+
 struct Animation {
   std::string name;
   float fps = 30;
   int32_t flags = 0;
   int32_t frames = 1;
   // Encoded track data stored inside the model right after the descriptions. Without it
-  // (and without sections) the description says "no data" (block -1).
+  // (and without sections or tracks) the description says "no data" (block -1).
   std::optional<std::vector<uint8_t>> data;
   // Sectioned data: framesPerSection > 0 and one byte block per section entry, in order.
   // The table gets one entry per block given; the description points at the first.
   int32_t framesPerSection = 0;
   std::vector<std::vector<uint8_t>> sections;
   std::vector<Movement> movements;
+  // Tracks by value, encoded by the builder instead of `data` / `sections`. With
+  // framesPerSection > 0 they are split into frames / framesPerSection + 2 sections:
+  // section k holds frames k * framesPerSection up to the next section's first frame
+  // (inclusive, as the compiler keeps it for interpolation), the last one only the last
+  // frame.
+  std::optional<AnimationTracks> tracks;
+  // 0: the encoded tracks are stored in the model; n > 0: in block n of the .ani file.
+  int32_t block = 0;
+  // Per section, the block that holds it; empty: every section in `block`.
+  std::vector<int32_t> sectionBlocks;
+};
+
+// The external animation block file (.ani), written when any animation's tracks are in
+// a block n > 0: a 408-byte header with its id, then the blocks in order. The model names
+// the file and carries the block table (entry 0 unused).
+struct AnimBlockFileOptions {
+  std::optional<std::string> name;  // the name the model stores; default: the model's name with ".ani"
+  int32_t id = 0x47414449;          // "IDAG"
 };
 
 struct Event {
@@ -325,6 +397,7 @@ struct Description {
 
   StripFileOptions strip;
   VertexFileOptions vertexFile;
+  AnimBlockFileOptions animBlockFile;
 };
 
 }  // namespace zv::mdlforge

@@ -34,13 +34,14 @@ std::string placeKey(std::string_view name, std::initializer_list<size_t> indice
 std::string placeKey(std::string_view name, const std::vector<size_t>& indices);
 
 struct Placement {
-  OffsetMap mdl, qvd, vtx;
+  OffsetMap mdl, qvd, vtx, ani;
 };
 
 struct ModelFiles {
   std::vector<uint8_t> mdl;
   std::optional<std::vector<uint8_t>> qvd;
   std::optional<std::vector<uint8_t>> vtx;
+  std::optional<std::vector<uint8_t>> ani;  // only when an animation's tracks are in a block
   Placement where;
 };
 
