@@ -22,7 +22,7 @@ float sanitizeFloat(float value) {
   return 0.0f;
 }
 
-void sanitizeVector(Vector3& v) {
+void SanitizeVector(Vector3& v) {
   v.x = sanitizeFloat(v.x);
   v.y = sanitizeFloat(v.y);
   v.z = sanitizeFloat(v.z);

@@ -13,7 +13,7 @@ namespace zv {
 bool isInvalidFloat(float value);
 // value, or 0 with the shared warning when it is invalid.
 float sanitizeFloat(float value);
-void sanitizeVector(Vector3& v);
+void SanitizeVector(Vector3& v);
 // How many values have been repaired in this process.
 uint64_t invalidFloatRepairs();
 // Forgets earlier repairs, so that the next one warns again. For tests only.

@@ -75,6 +75,10 @@ class C_ZV_MDL_Import {
 
  private:
   std::optional<std::vector<uint8_t>> readFamilyFile(const std::string& path) const;
+  // The model's animation block file, found by the name it stores or beside the model;
+  // nothing when the model has no blocks or the file does not read (then every animation
+  // in a block reports it).
+  std::optional<legacy::AnimBlockFile> readAnimBlockFile(const legacy::MdlFile& mdl, const std::string& mdlPath) const;
   std::vector<std::string> subModelNames() const;
   // The bind pose from the loaded bones, with model-space transforms.
   void buildSkeleton();

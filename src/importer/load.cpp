@@ -42,8 +42,28 @@ bool C_ZV_MDL_Import::LoadMDL() {
     return false;
   }
   model_ = std::move(model.value());
+  model_->animBlocks = readAnimBlockFile(model_->mdl, mdlPath);
   buildSkeleton();
   return true;
+}
+
+std::optional<legacy::AnimBlockFile> C_ZV_MDL_Import::readAnimBlockFile(const legacy::MdlFile& mdl,
+                                                                         const std::string& mdlPath) const {
+  if (mdl.animBlocks.empty()) return std::nullopt;
+  // The name the model stores, then the model's own name beside it.
+  for (const std::string& candidate : {mdl.animBlockName, path::withExtension(mdlPath, ".ani")}) {
+    if (candidate.empty()) continue;
+    auto bytes = readFamilyFile(candidate);
+    if (!bytes) continue;
+    auto file = legacy::AnimBlockFile::parse(candidate, std::move(*bytes), mdl.animBlocks);
+    if (!file) {
+      warning("%s\n", file.message().c_str());
+      return std::nullopt;
+    }
+    for (const std::string& note : file->notes()) warning("%s\n", note.c_str());
+    return std::move(file.value());
+  }
+  return std::nullopt;
 }
 
 void C_ZV_MDL_Import::buildSkeleton() {

@@ -45,7 +45,7 @@ GatheredVertex gatherVertex(legacy::VertexFile& file, int64_t index) {
   if (index < 0 || size_t(index) >= file.vertices().size()) return out;
   size_t at = size_t(index);
   legacy::StudioVertex& vertex = file.vertices()[at];
-  sanitizeVector(vertex.position);
+  SanitizeVector(vertex.position);
   out.position = vertex.position;
   out.normal = vertex.normal;
   out.texcoord0 = vertex.uv;

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "anim/anim_decoder.h"
 #include "base/float_sanitize.h"
 #include "base/log.h"
 #include "base/path.h"
@@ -48,7 +49,7 @@ PhysicsPiece toModelSpace(const legacy::PhyPiece& source, int32_t bone, const Ma
   piece.triangles = source.triangles;
   for (const Vector3& point : source.points) {
     Vector3 p = transformPoint(toModel, point);
-    sanitizeVector(p);
+    SanitizeVector(p);
     piece.points.push_back(p);
   }
   windOutward(piece);
@@ -70,15 +71,19 @@ int32_t pieceBone(const legacy::PhyPiece& piece, int32_t solidBone, size_t boneC
 constexpr int32_t kFirstBoneSpaceVersion = 48;
 const QAngle kOlderSingleSolidTurn{0, -90, 0};
 
-// From a piece's frame to model space. A bone's frame (none: model space) is undone with
-// the inverse of the bone's pose-to-bone matrix, the pose the collision model was built
-// against.
-Matrix3x4 pieceToModel(const legacy::MdlFile& mdl, size_t solidCount, int32_t bone, bool yUpToZUp) {
+// From a piece's frame to model space. A bone's frame (none: model space) is placed with
+// the pose the collision model was built against: for a ragdoll (several solids) the bind
+// pose, the inverse of the bone's pose-to-bone matrix; for a model of one solid the pose of
+// its first animation frame, which may turn the bone away from its bind pose (it then
+// turns the render mesh too, so hull and mesh line up only in that pose).
+Matrix3x4 pieceToModel(const legacy::MdlFile& mdl, size_t solidCount, int32_t bone, bool yUpToZUp,
+                       const std::optional<std::vector<Matrix3x4>>& firstFrame) {
   Matrix3x4 toModel = Matrix3x4::identity();
   if (solidCount == 1 && mdl.header.version < kFirstBoneSpaceVersion) {
     toModel = angleMatrix(kOlderSingleSolidTurn);
   } else if (bone >= 0) {
-    toModel = invertRigid(mdl.bones[size_t(bone)].poseToBone);
+    toModel = solidCount == 1 && firstFrame ? (*firstFrame)[size_t(bone)]
+                                            : invertRigid(mdl.bones[size_t(bone)].poseToBone);
   }
   // The mesh stage turns the skeleton and the meshes later; the hulls are turned here.
   return yUpToZUp ? yUpToZUpMatrix() * toModel : toModel;
@@ -118,6 +123,7 @@ bool C_ZV_MDL_Import::LoadPhysics() {
   }
   for (const std::string& note : phy->notes) warning("%s: %s\n", path.c_str(), note.c_str());
 
+  auto firstFrame = anim::firstFramePose(model_->mdl, model_->animBlocks ? &*model_->animBlocks : nullptr);
   for (size_t s = 0; s < phy->solids.size(); ++s) {
     const legacy::PhySolid& source = phy->solids[s];
     PhysicsSolid solid;
@@ -137,7 +143,7 @@ bool C_ZV_MDL_Import::LoadPhysics() {
                 model_->mdl.bones.size());
       }
       int32_t bone = pieceBone(piece, solid.bone, model_->mdl.bones.size());
-      Matrix3x4 toModel = pieceToModel(model_->mdl, phy->solids.size(), bone, settings_.yUpToZUp);
+      Matrix3x4 toModel = pieceToModel(model_->mdl, phy->solids.size(), bone, settings_.yUpToZUp, firstFrame);
       solid.pieces.push_back(toModelSpace(piece, bone, toModel));
     }
     tables_.physicsSolids.push_back(std::move(solid));

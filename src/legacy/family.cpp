@@ -96,7 +96,7 @@ Result<LegacyModel> loadModelFamily(FamilyFiles files) {
   auto mdl = MdlFile::parse(files.mdlPath, std::move(files.mdl));
   if (!mdl) return mdl.error();
   for (const std::string& note : mdl->notes) warning("%s\n", note.c_str());
-  LegacyModel model{std::move(mdl.value()), std::nullopt, std::nullopt};
+  LegacyModel model{std::move(mdl.value()), std::nullopt, std::nullopt, std::nullopt};
 
   if (acceptStripFile(files, model.mdl)) {
     auto vtx = VtxFile::parse(files.vtxPath, ByteView(*files.vtx), model.mdl.header.version);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/result.h"
+#include "legacy/ani.h"
 #include "legacy/mdl.h"
 #include "legacy/qvd.h"
 #include "legacy/vtx.h"
@@ -28,6 +29,7 @@ struct LegacyModel {
   MdlFile mdl;
   std::optional<VtxFile> strips;        // absent when missing or rejected
   std::optional<VertexFile> vertices;   // the resolved copy; absent when missing or rejected
+  std::optional<AnimBlockFile> animBlocks;  // the .ani file; absent when the model has none or it does not read
 };
 
 // Loads and validates a family, printing the load messages (wrong strip-file version or

@@ -88,7 +88,7 @@ TEST(FloatSanitize, RepairsNonFiniteValuesAndWarnsOncePerProcess) {
   resetInvalidFloatRepairsForTesting();
   LogCapture capture;
   Vector3 v{std::numeric_limits<float>::quiet_NaN(), 1, std::numeric_limits<float>::infinity()};
-  sanitizeVector(v);
+  SanitizeVector(v);
   EXPECT_EQ(v, (Vector3{0, 1, 0}));
   EXPECT_EQ(sanitizeFloat(-std::numeric_limits<float>::infinity()), 0.0f);
   EXPECT_EQ(sanitizeFloat(3.5f), 3.5f);
