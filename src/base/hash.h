@@ -1,4 +1,5 @@
 #pragma once
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -19,5 +20,10 @@ constexpr uint32_t nameHash(std::string_view text) {
   uint32_t h = fnv1a32(text);
   return (h ^ (h << 17)) + (h >> 21);
 }
+
+// For hash tables keyed by names (bones, pose parameters).
+struct NameHasher {
+  size_t operator()(std::string_view name) const { return nameHash(name); }
+};
 
 }  // namespace zv

@@ -34,7 +34,7 @@ std::string_view typeName(DmType type) {
 std::string typeNameOfId(uint8_t id) { return std::string(typeName(typeFromId(id))); }
 
 DmTime DmTime::fromSeconds(double seconds) {
-  double ticks = std::round(seconds * kTicksPerSecond);
+  double ticks = std::floor(seconds * kTicksPerSecond + 0.5);
   if (!(ticks == ticks)) return {};  // NaN
   constexpr double kMin = std::numeric_limits<int32_t>::min();
   constexpr double kMax = std::numeric_limits<int32_t>::max();

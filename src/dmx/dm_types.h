@@ -84,7 +84,7 @@ std::string typeNameOfId(uint8_t id);
 struct DmTime {
   int32_t ticks = 0;
   static constexpr int32_t kTicksPerSecond = 10000;
-  // Rounds to the nearest tick and clamps to the representable range.
+  // floor(seconds * 10000 + 0.5), clamped to the representable range; NaN gives 0.
   static DmTime fromSeconds(double seconds);
   double seconds() const { return static_cast<double>(ticks) / kTicksPerSecond; }
   friend bool operator==(const DmTime&, const DmTime&) = default;

@@ -36,6 +36,9 @@ void C_ZV_MDL_Import::Reset() {
   settings_ = ModelSettings();
   paths_ = ModelPaths();
   model_.reset();
+  includedModels_.clear();
+  skeletonIndex_.clear();
+  animationFileNames_.clear();
   tables_ = ModelTables();
   animationNameIndex_.clear();
   isStatic_ = false;
@@ -59,7 +62,9 @@ bool C_ZV_MDL_Import::Convert() {
   ExtractAnims();
   ExtractMeshes();
   std::vector<std::string> sequenceNames;
-  for (const SequenceRecord& sequence : tables_.sequences) sequenceNames.push_back(sequence.name);
+  for (const SequenceRecord& sequence : tables_.sequences) {
+    if (sequence.usable) sequenceNames.push_back(sequence.name);
+  }
   isStatic_ = isStaticModel(subModelNames(), sequenceNames);
   indexAnimationNames();
   for (const std::string& folder : {settings_.outputFolder, paths_.meshFolder, paths_.physFolder}) {

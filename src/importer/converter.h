@@ -4,9 +4,12 @@
 // earlier stages built and adds its own. Nothing carries over from one model to the next.
 
 #include <optional>
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
+#include "base/hash.h"
 #include "fs/file_system.h"
 #include "importer/pipeline.h"
 #include "importer/run_options.h"
@@ -50,6 +53,9 @@ class C_ZV_MDL_Import {
   bool LoadMDL();
   bool LoadPhysics();
   bool ExtractAnims();
+  // The animations and sequences of one source model (0: the converted model, n: the n-th
+  // included model) into the converter's records.
+  bool ExtractLocalAnims(size_t source);
   bool ExtractMeshes();
   bool WriteAnimation(size_t index);
   bool WriteMeshes();
@@ -85,6 +91,23 @@ class C_ZV_MDL_Import {
   void indexAnimationNames();
   // Mesh extraction helpers.
   const std::string& legacyMaterialName(int32_t lod, int32_t materialIndex) const;
+  // Animation import helpers. A source model is the converted model (0) or an included one.
+  struct SourceModel {
+    const std::string& path;
+    const legacy::MdlFile& mdl;
+    const legacy::AnimBlockFile* animBlocks;
+    const std::vector<int32_t>* skeletonBone;  // nullptr: the converted model, bone for bone
+  };
+  SourceModel source(size_t index) const;
+  bool loadIncludedModels();
+  void buildSkeletonIndex();
+  std::vector<int32_t> skeletonBonesOf(const legacy::MdlFile& mdl) const;
+  std::vector<int32_t> addAnimationRecords(size_t source, const std::string& prefix);
+  void addSequenceRecords(size_t source, const std::vector<int32_t>& recordOf);
+  SequenceRecord sequenceRecord(const legacy::MdlFile& mdl, const legacy::SequenceDesc& desc,
+                                const std::vector<int32_t>& recordOf, int32_t sequenceBase) const;
+  std::vector<float> skeletonWeights(const legacy::SequenceDesc& desc, const std::vector<int32_t>& skeletonBone) const;
+  std::string uniqueAnimationName(const std::string& wanted);
   void finishMaterials();
   void nameUnresolvedMaterials();
   MeshPart extractPart(size_t bodyPart, size_t subModel, int32_t lod, const legacy::StripModelLod& strips);
@@ -94,6 +117,17 @@ class C_ZV_MDL_Import {
   ModelSettings settings_;
   ModelPaths paths_;
   std::optional<legacy::LegacyModel> model_;
+  // Models whose animations are converted with this one's, in the order they were met.
+  struct IncludedModel {
+    std::string path;
+    legacy::MdlFile mdl;
+    std::optional<legacy::AnimBlockFile> animBlocks;
+    std::vector<int32_t> skeletonBone;  // per bone, the skeleton bone of its name; -1 for none
+  };
+  std::vector<IncludedModel> includedModels_;
+  // The skeleton's bones by name.
+  std::unordered_map<std::string, int32_t, NameHasher> skeletonIndex_;
+  std::set<std::string> animationFileNames_;
   ModelTables tables_;
   std::unordered_set<uint32_t> animationNameIndex_;
   bool isStatic_ = false;

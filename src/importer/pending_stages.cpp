@@ -5,8 +5,6 @@
 
 namespace zv {
 
-bool C_ZV_MDL_Import::ExtractAnims() { return true; }
-bool C_ZV_MDL_Import::WriteAnimation(size_t) { return true; }
 bool C_ZV_MDL_Import::WritePrefab() { return true; }
 
 }  // namespace zv

@@ -13,10 +13,6 @@
 namespace zv {
 namespace {
 
-struct NameHasher {
-  size_t operator()(const std::string& name) const { return nameHash(name); }
-};
-
 bool sameValues(const legacy::PoseParam& a, const legacy::PoseParam& b) {
   return a.flags == b.flags && a.start == b.start && a.end == b.end && a.loop == b.loop;
 }

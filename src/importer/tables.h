@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "base/math.h"
+#include "kv/kv3.h"
+#include "legacy/mdl.h"
 
 namespace zv {
 
@@ -77,7 +79,8 @@ struct BodyGroup {
   std::vector<BodyGroupEntry> entries;  // one per sub-model and LOD, sub-model by sub-model
 };
 
-// One animation to export.
+// One animation to export. Its frames are decoded when its file is written, so memory
+// does not grow with the number of animations; the record says where to decode from.
 struct AnimExportRecord {
   std::string outputFolder;
   std::string name;      // unique, lower case
@@ -89,11 +92,50 @@ struct AnimExportRecord {
   bool hidden = false;    // flag 0x0400
   bool delta = false;
   bool world = false;     // flag 0x4000
+  std::vector<legacy::Movement> movements;
+  size_t sourceModel = 0;      // 0: the converted model; n: the n-th included model
+  size_t sourceAnimation = 0;  // the animation's index in that model
+};
+
+// An event of a sequence, by name, at a cycle of the sequence (0 to 1).
+struct SequenceEvent {
+  std::string name;
+  float cycle = 0;
+  std::string options;
+};
+
+// A sequence layered over another one, over a range of the outer sequence's cycle (or of
+// a pose parameter's values).
+struct SequenceLayer {
+  int32_t sequence = -1;  // the layered sequence record; -1 when it does not exist
+  std::string poseParam;  // for layers driven by a pose parameter
+  int32_t flags = 0;
+  float start = 0, peak = 0, tail = 0, end = 0;
 };
 
 // One sequence to write into the model document.
 struct SequenceRecord {
   std::string name;
+  // A broken legacy record keeps its place (layers name sequences by index) but is written
+  // nowhere; it was reported when the model loaded.
+  bool usable = true;
+  std::string activity;
+  int32_t activityWeight = 0;
+  int32_t flags = 0;
+  std::array<int32_t, 2> gridSize{0, 0};  // columns, rows; 0 x 0 without animation
+  std::vector<int32_t> animations;        // animation records, row by row; -1 for one not exported
+  std::array<std::string, 2> blendParams;  // pose parameter names of the grid's axes
+  float fadeIn = 0, fadeOut = 0;
+  std::vector<SequenceEvent> events;
+  std::vector<SequenceLayer> layers;
+  std::string weightList;  // the weight list it plays with
+  Kv3Value keyValues;      // its key-value text as an object; null without one
+};
+
+// Per-bone weights, one per bone of the skeleton in bone order.
+struct WeightList {
+  std::string name;
+  std::vector<float> weights;
 };
 
 // One convex piece of a physics solid, in model space (its bone's bind pose applied).
@@ -133,6 +175,7 @@ struct ModelTables {
   std::vector<AnimExportRecord> animations;
   size_t ownAnimationCount = 0;  // the main model's; the rest come from included models
   std::vector<SequenceRecord> sequences;
+  std::vector<WeightList> weightLists;
   std::vector<PhysicsSolid> physicsSolids;
   std::vector<PhysicsConstraint> physicsConstraints;
   // The collision file's break pieces as key-value text: a "break_list" section holding
