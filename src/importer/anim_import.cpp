@@ -206,7 +206,7 @@ std::vector<int32_t> C_ZV_MDL_Import::addAnimationRecords(size_t index, const st
 
 void C_ZV_MDL_Import::addSequenceRecords(size_t index, const std::vector<int32_t>& recordOf) {
   SourceModel model = source(index);
-  if (tables_.weightLists.empty()) {
+  if (tables_.weightLists.empty() && !model.mdl.sequences.empty()) {
     tables_.weightLists.push_back({"bonemask_default", std::vector<float>(tables_.skeleton.size(), 1.0f)});
   }
   int32_t sequenceBase = int32_t(tables_.sequences.size());

@@ -3,12 +3,11 @@
 #include "base/path.h"
 #include "base/strings.h"
 #include "importer/dmx_skeleton.h"
-#include "kv/keyvalues.h"
+#include "importer/model_keys.h"
 
 namespace zv {
 namespace {
 
-constexpr int32_t kStaticPropFlag = 0x10;
 // Joint slots written per vertex; the legacy files fill at most three.
 constexpr size_t kJointCount = 3;
 
@@ -124,11 +123,9 @@ dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& par
 }
 
 bool allowsStaticProp(const legacy::MdlFile& mdl) {
-  if ((mdl.header.flags & kStaticPropFlag) == 0) return false;
-  // The text is one named block (the model's key values) holding the others.
-  auto text = KeyValues::parse(mdl.keyValues);
-  if (!text || text->children().empty() || !text->children().front().isSection()) return true;
-  const KeyValues* propData = text->children().front().find("prop_data");
+  if ((mdl.header.flags & legacy::kStaticPropFlag) == 0) return false;
+  std::optional<KeyValues> keys = loadModelKeyValues(mdl);
+  const KeyValues* propData = keys ? keys->find("prop_data") : nullptr;
   return !(propData && propData->getInt("allowstatic") == 0);
 }
 

@@ -4,12 +4,17 @@
 
 #include "base/float_sanitize.h"
 #include "base/log.h"
+#include "importer/model_keys.h"
 
 namespace zv {
 
 QmdlWriter::QmdlWriter(const C_ZV_MDL_Import& converter, const legacy::MdlFile& mdl,
                        modeldoc::ModelDocument& document)
-    : converter_(converter), mdl_(mdl), tables_(converter.tables()), document_(document) {}
+    : converter_(converter),
+      mdl_(mdl),
+      tables_(converter.tables()),
+      document_(document),
+      modelKeys_(loadModelKeyValues(mdl)) {}
 
 bool QmdlWriter::build(bool skipAnimationData) {
   writeBoundsHull();
@@ -22,16 +27,24 @@ bool QmdlWriter::build(bool skipAnimationData) {
   writeBodyGroups();
   writeBodyGroupPresets();
   writeLodGroups();
-  // Hit box sets follow the attachments. The root lists keep the order in which they are
-  // first made, so the stages must run in this order.
+  // The root lists keep the order in which they are first made, so the stages must run
+  // in this order.
   writePhysics();
   writeAttachments();
+  if (!skipAnimationData) writeHitboxSets();
   writeRenderMeshFiles();
-  // IK chains, sequences, jiggle bones, weight lists and the key-value game data follow
-  // the render meshes, before the break pieces; the prefab reference comes last.
+  writeIkChains();
+  if (!skipAnimationData) writeSequences();
+  writeJiggleBones();
+  if (!skipAnimationData) writeWeightLists();
+  writeSnapshotWeights();
   writeBreakList();
   writePrefab();
   return true;
+}
+
+const KeyValues* QmdlWriter::modelSection(std::string_view name) const {
+  return modelKeys_ ? modelKeys_->find(name) : nullptr;
 }
 
 modeldoc::Node* QmdlWriter::createInList(std::string_view listClass, std::string_view nodeClass,

@@ -8,6 +8,7 @@
 
 #include "base/result.h"
 #include "importer/converter.h"
+#include "kv/keyvalues.h"
 #include "modeldoc/model_document.h"
 
 namespace zv {
@@ -37,8 +38,19 @@ class QmdlWriter {
   void writePhysicsHullFiles();
   void writeBreakList();
   void writeAttachments();
+  void writeHitboxSets();
+  void writeHitbox(modeldoc::Node& set, const legacy::Hitbox& box);
   void writeRenderMeshFiles();
+  void writeIkChains();
+  void writeIkChain(modeldoc::Node& list, const legacy::IkChain& chain);
+  void writeSequences();
+  void writeJiggleBones();
+  void writeWeightLists();
+  void writeSnapshotWeights();
   void writePrefab();
+
+  // A top-level section of the model's key-value text; nullptr when it has none.
+  const KeyValues* modelSection(std::string_view name) const;
 
   // A new node under the root list of listClass; nullptr when either cannot be made.
   modeldoc::Node* createInList(std::string_view listClass, std::string_view nodeClass, std::string_view name);
@@ -54,6 +66,8 @@ class QmdlWriter {
   const legacy::MdlFile& mdl_;
   const ModelTables& tables_;
   modeldoc::ModelDocument& document_;
+  // Read once; every stage that needs the key-value text looks here.
+  std::optional<KeyValues> modelKeys_;
 };
 
 // Legacy numbers go into the document as they are, except that a non-finite one cannot be

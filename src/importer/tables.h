@@ -3,6 +3,7 @@
 // left here and adds its own; the converter clears them between models.
 
 #include <array>
+#include <utility>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -130,6 +131,7 @@ struct SequenceRecord {
   std::vector<SequenceLayer> layers;
   std::string weightList;  // the weight list it plays with
   Kv3Value keyValues;      // its key-value text as an object; null without one
+  std::vector<std::pair<std::string, float>> animTags;  // name and cycle
 };
 
 // Per-bone weights, one per bone of the skeleton in bone order.

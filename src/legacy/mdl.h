@@ -22,6 +22,8 @@ inline constexpr int32_t kMdlId = 0x54534449;  // "IDST"
 inline constexpr int32_t kMinMdlVersion = 44;
 inline constexpr int32_t kMaxMdlVersion = 49;
 inline constexpr size_t kMdlHeaderSize = 408;
+// Header flag of models compiled as static props.
+inline constexpr int32_t kStaticPropFlag = 0x10;
 
 struct JiggleParams {
   int32_t flags = 0;
