@@ -245,6 +245,7 @@ SequenceRecord C_ZV_MDL_Import::sequenceRecord(const legacy::MdlFile& mdl, const
   for (const legacy::AutoLayer& layer : desc.autoLayers) {
     bool known = layer.sequence >= 0 && size_t(layer.sequence) < mdl.sequences.size();
     record.layers.push_back({known ? sequenceBase + layer.sequence : -1,
+                             known ? mdl.sequences[size_t(layer.sequence)].name : std::to_string(layer.sequence),
                              (layer.flags & kPoseLayer) ? poseParamName(mdl, layer.pose) : std::string(), layer.flags,
                              layer.start, layer.peak, layer.tail, layer.end});
   }

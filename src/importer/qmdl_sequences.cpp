@@ -135,10 +135,8 @@ class SequenceNodeWriter {
     for (const SequenceLayer& layer : sequence.layers) {
       const SequenceRecord* target = layerTarget(layer);
       if (target == nullptr) {
-        std::string name = layer.sequence >= 0 && size_t(layer.sequence) < tables_.sequences.size()
-                               ? tables_.sequences[size_t(layer.sequence)].name
-                               : std::to_string(layer.sequence);
-        warning("Sequence %s - unable to find sequence/anim for blendlayer %s\n", sequence.name.c_str(), name.c_str());
+        warning("Sequence %s - unable to find sequence/anim for blendlayer %s\n", sequence.name.c_str(),
+                layer.sequenceName.c_str());
         continue;
       }
       modeldoc::Node* child = document_.createNode("AnimBlendLayer", "", &node);

@@ -108,7 +108,8 @@ struct SequenceEvent {
 // A sequence layered over another one, over a range of the outer sequence's cycle (or of
 // a pose parameter's values).
 struct SequenceLayer {
-  int32_t sequence = -1;  // the layered sequence record; -1 when it does not exist
+  int32_t sequence = -1;     // the layered sequence record; -1 when it does not exist
+  std::string sequenceName;  // its name, or the legacy index it named when there is none
   std::string poseParam;  // for layers driven by a pose parameter
   int32_t flags = 0;
   float start = 0, peak = 0, tail = 0, end = 0;

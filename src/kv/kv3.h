@@ -35,6 +35,9 @@ class Kv3Value {
   Kv3Value(const char* value);       // NOLINT(google-explicit-constructor)
   Kv3Value(std::string value);       // NOLINT(google-explicit-constructor)
   Kv3Value(std::string_view value);  // NOLINT(google-explicit-constructor)
+  // Any other pointer would silently read as a bool.
+  template <class T>
+  Kv3Value(T*) = delete;
   Kv3Value(const Kv3Value&);
   Kv3Value(Kv3Value&&) noexcept;
   Kv3Value& operator=(const Kv3Value&);
