@@ -250,6 +250,7 @@ SequenceRecord C_ZV_MDL_Import::sequenceRecord(const legacy::MdlFile& mdl, const
                              layer.start, layer.peak, layer.tail, layer.end});
   }
   record.keyValues = sequenceKeyValues(mdl, desc);
+  record.animTags = desc.animTags;
   return record;
 }
 

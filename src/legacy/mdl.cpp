@@ -32,7 +32,7 @@ constexpr size_t kPresetSize = 12;
 constexpr size_t kJiggleSize = 120;
 constexpr size_t kSecondaryHeaderSize = 44;  // the fields read; real files reserve more
 constexpr int32_t kJiggleProcedure = 5;
-constexpr int32_t kMaxActivityModifiers = 64;
+constexpr int32_t kMaxNamedEntries = 64;
 
 std::string indexed(std::string_view what, size_t index) { return format("%.*s[%zu]", int(what.size()), what.data(), index); }
 
@@ -414,6 +414,7 @@ class MdlParser {
     r_.table(at, s.i32(168), s.i32(164), kIkLockSize, where + ".IK lock table");
     seq.keyValues = readText(at, s.i32(172), s.i32(176), where + ".key values");
     readActivityModifiers(s, seq);
+    readAnimTags(s, seq);
     return seq;
   }
 
@@ -466,23 +467,38 @@ class MdlParser {
     }
   }
 
-  // Activity modifiers exist only in some files of versions 48 and 49, in fields that
-  // others leave unused; they are read only when everything about them checks out.
+  // Activity modifiers exist only in some files of versions 48 and 49, and anim tags only
+  // in some of version 49, in fields that others leave unused; they are read only when
+  // everything about them checks out.
   void readActivityModifiers(const Record& s, SequenceDesc& seq) {
     if (out_.header.version < 48 || r_.failed()) return;
-    int32_t count = s.i32(188);
-    if (count <= 0 || count > kMaxActivityModifiers) return;
-    auto start = offsetFrom(s.position(), s.i32(184), r_.file().size());
-    if (!start || !r_.file().contains(*start, size_t(count) * 4)) return;
-    std::vector<std::string> names;
-    for (int32_t k = 0; k < count; ++k) {
-      size_t record = *start + 4 * size_t(k);
-      auto at = offsetFrom(record, r_.file().readOr<int32_t>(record, 0), r_.file().size());
-      auto name = at ? r_.file().cstr(*at) : std::nullopt;
-      if (!name || name->empty() || !isPrintable(*name)) return;
-      names.emplace_back(*name);
+    auto names = trustedNames(s.position(), s.i32(184), s.i32(188), 4, 0);
+    for (auto& [name, record] : names) seq.activityModifiers.push_back(std::move(name));
+  }
+
+  void readAnimTags(const Record& s, SequenceDesc& seq) {
+    if (out_.header.version < 49 || r_.failed()) return;
+    for (auto& [name, record] : trustedNames(s.position(), s.i32(192), s.i32(196), 12, 8)) {
+      seq.animTags.push_back({std::move(name), r_.file().readOr<float>(record + 4, 0)});
     }
-    seq.activityModifiers = std::move(names);
+  }
+
+  // count records of stride bytes at base + offset, each with a name offset at nameField;
+  // every name, with the position of its record, or none when anything is out of place.
+  std::vector<std::pair<std::string, size_t>> trustedNames(size_t base, int32_t offset, int32_t count, size_t stride,
+                                                          size_t nameField) {
+    if (count <= 0 || count > kMaxNamedEntries) return {};
+    auto start = offsetFrom(base, offset, r_.file().size());
+    if (!start || !r_.file().contains(*start, size_t(count) * stride)) return {};
+    std::vector<std::pair<std::string, size_t>> names;
+    for (int32_t k = 0; k < count; ++k) {
+      size_t record = *start + stride * size_t(k);
+      auto at = offsetFrom(record, r_.file().readOr<int32_t>(record + nameField, 0), r_.file().size());
+      auto name = at ? r_.file().cstr(*at) : std::nullopt;
+      if (!name || name->empty() || !isPrintable(*name)) return {};
+      names.emplace_back(std::string(*name), record);
+    }
+    return names;
   }
 
   static bool isPrintable(std::string_view text) {

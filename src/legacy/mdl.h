@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/math.h"
@@ -148,6 +149,7 @@ struct SequenceDesc {
   std::string keyValues;
   int32_t cyclePoseIndex = 0;
   std::vector<std::string> activityModifiers;
+  std::vector<std::pair<std::string, float>> animTags;  // name and cycle
   // Why the sequence was left out (its record is broken); empty when it is usable.
   std::string error;
 };

@@ -169,6 +169,17 @@ TEST(QmdlSequences, AStaticPropWritesNoSequencesWeightListsNorHitBoxes) {
     EXPECT_TRUE(childrenOf(root, list).empty()) << list;
 }
 
+TEST(SequenceKeys, KeyValuesThenTheFlagBlockThenTagsWhenThereAreAny) {
+  SequenceRecord sequence;
+  sequence.flags = 0x20000;
+  sequence.keyValues = Kv3Value::makeObject({{"fx", "dust"}});
+  EXPECT_EQ(testing::valueOf(Kv3Value::makeObject({{"k", sequenceKeys(sequence)}}), "k"),
+            "{fx=dust, ExtraSeqFlags={worldrelative=1, layersaffectingmovementandduration=0, emptyanimwithnoeffect=0}}");
+  sequence.animTags = {{"step", 0.25f}, {"land", 1}};
+  const Kv3Value keys = sequenceKeys(sequence);
+  EXPECT_EQ(testing::valueOf(keys, "AnimTags"), "{step=0.250000, land=1.000000}");
+}
+
 TEST(CycleToFrame, NearestFrameOfTheAnimation) {
   EXPECT_EQ(cycleToFrame(0.5f, 5), 2);
   EXPECT_EQ(cycleToFrame(0.49f, 11), 5);

@@ -51,6 +51,43 @@ TEST(FamilyLoad, DecodesTheTablesOfAModel) {
   EXPECT_TRUE(model->vertices->hasTangents());
 }
 
+// Activity modifiers and anim tags sit in fields that most files leave unused: they are
+// taken only from the versions that have them and only when every name reads.
+TEST(FamilyLoad, ActivityModifiersAndAnimTagsOnlyWhereTheyCheckOut) {
+  mdlforge::Description d = crateModel();
+  d.version = 49;
+  mdlforge::Sequence walk;
+  walk.name = "walk";
+  walk.activityModifiers = {"fast", "armed"};
+  d.animations = {mdlforge::Animation{}};
+  d.sequences = {walk};
+  auto files = buildFiles(d);
+  // Two anim tags (index, cycle, name offset) and their names, added at the end.
+  size_t sequence = files.where.mdl.at("sequence[0]");
+  size_t tags = files.mdl.size();
+  mdlforge::ByteWriter w;
+  w.i32(0), w.f32(0.25f), w.i32(24), w.i32(1), w.f32(0.75f), w.i32(12 + 5);
+  w.cstring("step"), w.cstring("land");
+  files.mdl.insert(files.mdl.end(), w.bytes().begin(), w.bytes().end());
+  mdlforge::poke<int32_t>(files.mdl, sequence + 192, int32_t(tags - sequence));
+  mdlforge::poke<int32_t>(files.mdl, sequence + 196, 2);
+  auto model = loadModelFamily(familyFiles(files));
+  ASSERT_TRUE(model) << model.message();
+  const SequenceDesc& seq = model->mdl.sequences.at(0);
+  EXPECT_EQ(seq.activityModifiers, (std::vector<std::string>{"fast", "armed"}));
+  EXPECT_EQ(seq.animTags, (std::vector<std::pair<std::string, float>>{{"step", 0.25f}, {"land", 0.75f}}));
+  // A name that does not read drops the whole list, and so does another version.
+  mdlforge::poke<int32_t>(files.mdl, tags + 20, 9999999);
+  EXPECT_TRUE(loadModelFamily(familyFiles(files))->mdl.sequences.at(0).animTags.empty());
+  mdlforge::poke<int32_t>(files.mdl, 4, 48);
+  files.mdl.resize(tags);
+  auto older = loadModelFamily(familyFiles(files));
+  ASSERT_TRUE(older);
+  EXPECT_EQ(older->mdl.sequences.at(0).activityModifiers.size(), 2u);
+  mdlforge::poke<int32_t>(files.mdl, 4, 47);
+  EXPECT_TRUE(loadModelFamily(familyFiles(files))->mdl.sequences.at(0).activityModifiers.empty());
+}
+
 TEST(FamilyLoad, ReadsEveryVersionFrom44To49AndNoOther) {
   for (int32_t version = 43; version <= 50; ++version) {
     mdlforge::Description d = crateModel();
