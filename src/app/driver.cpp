@@ -53,7 +53,9 @@ std::unique_ptr<scm::SourceControl> startSourceControl(const RunOptions& options
 int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, Output& output) {
   int total = int(options.inputFiles.size());
   mainLog().logColor(Severity::Message, colors::kCyan, "Beginning conversion of %d models...\n", total);
-  C_ZV_MDL_Import converter(fileSystem, output);
+  // Particle names are looked up in a table built once for the whole run.
+  ParticleResolver particles(fileSystem);
+  C_ZV_MDL_Import converter(fileSystem, output, &particles);
   int failed = 0;
   for (size_t n = 0; n < options.inputFiles.size(); ++n) {
     mainLog().logColor(Severity::Message, colors::kCyan, "Conversion of %s\n", options.inputFiles[n].c_str());

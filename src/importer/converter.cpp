@@ -6,8 +6,11 @@
 
 namespace zv {
 
-C_ZV_MDL_Import::C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& output)
-    : fileSystem_(fileSystem), output_(output) {}
+C_ZV_MDL_Import::C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& output, ParticleResolver* particles)
+    : fileSystem_(fileSystem),
+      output_(output),
+      ownParticles_(particles ? nullptr : std::make_unique<ParticleResolver>(fileSystem)),
+      particles_(particles ? particles : ownParticles_.get()) {}
 
 void C_ZV_MDL_Import::Setup(const RunOptions& options, size_t index) {
   Reset();

@@ -3,6 +3,7 @@
 // file, runs the pipeline and resets it; each stage is a method that reads the tables
 // earlier stages built and adds its own. Nothing carries over from one model to the next.
 
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include "base/hash.h"
 #include "fs/file_system.h"
+#include "importer/particles.h"
 #include "importer/pipeline.h"
 #include "importer/run_options.h"
 #include "importer/tables.h"
@@ -42,7 +44,9 @@ struct ModelSettings {
 
 class C_ZV_MDL_Import {
  public:
-  C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& output);
+  // particles: the run's particle name table, shared by every model of the run; without
+  // one the converter keeps its own.
+  C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& output, ParticleResolver* particles = nullptr);
 
   void Setup(const RunOptions& options, size_t index);
   // The per-model pipeline; false only when the legacy files fail to load.
@@ -72,6 +76,7 @@ class C_ZV_MDL_Import {
 
   const ModelSettings& settings() const { return settings_; }
   const ModelPaths& paths() const { return paths_; }
+  ParticleResolver& particles() const { return *particles_; }
   ModelTables& tables() { return tables_; }
   const ModelTables& tables() const { return tables_; }
   // The loaded legacy model; nothing before LoadMDL succeeds.
@@ -114,6 +119,8 @@ class C_ZV_MDL_Import {
 
   const fs::FileSystem& fileSystem_;
   Output& output_;
+  std::unique_ptr<ParticleResolver> ownParticles_;
+  ParticleResolver* particles_;
   ModelSettings settings_;
   ModelPaths paths_;
   std::optional<legacy::LegacyModel> model_;

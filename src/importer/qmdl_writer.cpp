@@ -38,6 +38,9 @@ bool QmdlWriter::build(bool skipAnimationData) {
   writeJiggleBones();
   if (!skipAnimationData) writeWeightLists();
   writeSnapshotWeights();
+  writeDoorOptions();
+  writeParticles();
+  writePropData();
   writeBreakList();
   writePrefab();
   return true;

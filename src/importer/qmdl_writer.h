@@ -47,6 +47,9 @@ class QmdlWriter {
   void writeJiggleBones();
   void writeWeightLists();
   void writeSnapshotWeights();
+  void writeDoorOptions();
+  void writeParticles();
+  void writePropData();
   void writePrefab();
 
   // A top-level section of the model's key-value text; nullptr when it has none.
