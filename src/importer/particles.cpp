@@ -88,7 +88,7 @@ Result<std::vector<std::string>> particleSystemNames(ByteView file) {
 }
 
 std::string newParticleFile(std::string_view legacyFile, std::string_view system) {
-  std::string file = toLower(path::toForwardSlashes(legacyFile));
+  std::string file = toLower(path::toForwardSlashes(path::removeDoubleSlashes(legacyFile)));
   if (startsWithNoCase(file, "particles/")) file.erase(0, std::string_view("particles/").size());
   std::string folder(path::parent(file));
   std::string base(path::fileBase(file));

@@ -45,8 +45,8 @@ dmx::DmDocument ImportRun::readDmx(const std::filesystem::path& file) const {
   return std::move(document.value());
 }
 
-Kv3Value ImportRun::readDocument() const {
-  Result<Kv3Document> read = readKv3Text(readText(out("crate.qmdl")));
+Kv3Value ImportRun::readDocument(std::string_view file) const {
+  Result<Kv3Document> read = readKv3Text(readText(out(file)));
   EXPECT_TRUE(read.ok()) << (read.ok() ? "" : read.message());
   if (!read.ok()) return Kv3Value::makeObject();
   EXPECT_EQ(read->header.format.name, "modeldoc41");

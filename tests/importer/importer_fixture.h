@@ -43,7 +43,7 @@ struct ImportRun {
   // common importers would refuse it.
   dmx::DmDocument readDmx(const std::filesystem::path& file) const;
   // The saved model document's rootNode, read with the strict reader.
-  Kv3Value readDocument() const;
+  Kv3Value readDocument(std::string_view file = "crate.qmdl") const;
 };
 
 void expectNear(const Vector3& actual, const Vector3& expected, float tolerance = 1e-5f);
