@@ -1,7 +1,7 @@
 #pragma once
-// One fuzz input holds a whole model family: two little-endian u32 sizes, then the model
-// header file, the strip file and the vertex file back to back. Sizes past the end are
-// cut to what is there, so every input is a family.
+// One fuzz input holds a whole model family: three little-endian u32 sizes, then the
+// model header file, the strip file, the vertex file and the animation block file back to
+// back. Sizes past the end are cut to what is there, so every input is a family.
 
 #include <algorithm>
 #include <cstdint>
@@ -12,7 +12,12 @@
 
 namespace zv::fuzz {
 
-inline legacy::FamilyFiles splitFamilyInput(const uint8_t* data, size_t size) {
+struct FuzzFamily {
+  legacy::FamilyFiles files;
+  std::vector<uint8_t> ani;
+};
+
+inline FuzzFamily splitFamilyInput(const uint8_t* data, size_t size) {
   auto take = [&](size_t n) {
     n = std::min(n, size);
     std::vector<uint8_t> piece(data, data + n);
@@ -20,30 +25,30 @@ inline legacy::FamilyFiles splitFamilyInput(const uint8_t* data, size_t size) {
     size -= n;
     return piece;
   };
-  uint32_t sizes[2] = {0, 0};
+  uint32_t sizes[3] = {0, 0, 0};
   if (size >= sizeof sizes) {
     std::memcpy(sizes, data, sizeof sizes);
     data += sizeof sizes;
     size -= sizeof sizes;
   }
-  legacy::FamilyFiles files;
+  FuzzFamily family;
+  legacy::FamilyFiles& files = family.files;
   files.mdlPath = "fuzz.mdl";
   files.vtxPath = "fuzz.dx90.vtx";
   files.qvdPath = "fuzz.qvd";
   files.mdl = take(sizes[0]);
   files.vtx = take(sizes[1]);
-  files.qvd = take(size);
-  return files;
+  files.qvd = take(sizes[2]);
+  family.ani = take(size);
+  return family;
 }
 
 inline std::vector<uint8_t> joinFamilyInput(const std::vector<uint8_t>& mdl, const std::vector<uint8_t>& vtx,
-                                            const std::vector<uint8_t>& qvd) {
-  uint32_t sizes[2] = {uint32_t(mdl.size()), uint32_t(vtx.size())};
+                                            const std::vector<uint8_t>& qvd, const std::vector<uint8_t>& ani) {
+  uint32_t sizes[3] = {uint32_t(mdl.size()), uint32_t(vtx.size()), uint32_t(qvd.size())};
   std::vector<uint8_t> out(sizeof sizes);
   std::memcpy(out.data(), sizes, sizeof sizes);
-  out.insert(out.end(), mdl.begin(), mdl.end());
-  out.insert(out.end(), vtx.begin(), vtx.end());
-  out.insert(out.end(), qvd.begin(), qvd.end());
+  for (const std::vector<uint8_t>* file : {&mdl, &vtx, &qvd, &ani}) out.insert(out.end(), file->begin(), file->end());
   return out;
 }
 

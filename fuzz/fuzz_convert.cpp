@@ -1,5 +1,6 @@
-// The whole per-model pipeline on one input family: load, materials, mesh extraction and
-// every writer, with the family served from memory and outputs written to a scratch folder.
+// The whole per-model pipeline on one input family: load, materials, mesh extraction,
+// animation decoding and every writer, with the family (and its animation block file)
+// served from memory and outputs written to a scratch folder.
 
 #include <cstdlib>
 #include <filesystem>
@@ -55,11 +56,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }();
   static zv::Output output(out, nullptr);
 
-  zv::legacy::FamilyFiles family = zv::fuzz::splitFamilyInput(data, size);
+  zv::fuzz::FuzzFamily family = zv::fuzz::splitFamilyInput(data, size);
   memory->clear();
-  memory->set("models/fuzz.mdl", std::move(family.mdl));
-  memory->set("models/fuzz.dx90.vtx", std::move(family.vtx));
-  memory->set("models/fuzz.qvd", std::move(family.qvd));
+  memory->set("models/fuzz.mdl", std::move(family.files.mdl));
+  memory->set("models/fuzz.dx90.vtx", std::move(family.files.vtx));
+  memory->set("models/fuzz.qvd", std::move(family.files.qvd));
+  // Found beside the model when the name the model stores is not.
+  memory->set("models/fuzz.ani", std::move(family.ani));
 
   zv::RunOptions options;
   options.inputFiles = {"models/fuzz.mdl"};
@@ -69,6 +72,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   options.allLods = size % 2 == 1;
   options.yUpToZUp = size % 3 == 1;
   zv::C_ZV_MDL_Import converter(fileSystem, output);
+  // Hostile frame counts within the converter's limit still cost seconds an input.
+  converter.setAnimationKeyLimit(1 << 14);
   converter.Setup(options, 0);
   converter.Convert();
   converter.Reset();

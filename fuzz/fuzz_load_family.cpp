@@ -6,7 +6,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   zv::fuzz::silenceLogs();
-  auto model = zv::legacy::loadModelFamily(zv::fuzz::splitFamilyInput(data, size));
+  auto model = zv::legacy::loadModelFamily(zv::fuzz::splitFamilyInput(data, size).files);
   if (model && model->vertices) {
     // Touch what the stages will walk, so a bad index shows up here too.
     volatile float sum = 0;

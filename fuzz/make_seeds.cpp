@@ -62,11 +62,13 @@ void familySeeds(const stdfs::path& samples, const stdfs::path& out) {
     for (const auto& variant : familyVariants(*description)) {
       auto files = zv::mdlforge::build(variant);
       if (!files) continue;
-      std::vector<uint8_t> seed = zv::fuzz::joinFamilyInput(files->mdl, files->vtx.value_or(std::vector<uint8_t>()),
-                                                            files->qvd.value_or(std::vector<uint8_t>()));
+      std::vector<uint8_t> seed =
+          zv::fuzz::joinFamilyInput(files->mdl, files->vtx.value_or(std::vector<uint8_t>()),
+                                    files->qvd.value_or(std::vector<uint8_t>()), files->ani.value_or(std::vector<uint8_t>()));
       std::string name = "family" + std::to_string(n++);
-      // The loader and the whole pipeline start from the same families.
+      // The loader, the animation decoder and the whole pipeline start from the same families.
       writeSeed(out / "fuzz_load_family", name, seed);
+      writeSeed(out / "fuzz_decode_animations", name, seed);
       writeSeed(out / "fuzz_convert", name, seed);
     }
   }

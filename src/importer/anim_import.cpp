@@ -26,7 +26,6 @@ constexpr int32_t kPoseLayer = 0x4000;
 // What one animation may ask for: its file holds a key per frame for every bone, so a
 // hostile frame count must not make the converter build a file of gigabytes.
 constexpr int64_t kMaxAnimationFrames = int64_t{1} << 20;
-constexpr int64_t kMaxAnimationSamples = int64_t{1} << 22;
 
 std::string poseParamName(const legacy::MdlFile& mdl, int32_t index) {
   return index >= 0 && size_t(index) < mdl.poseParams.size() ? mdl.poseParams[size_t(index)].name : std::string();
@@ -163,11 +162,11 @@ std::vector<int32_t> C_ZV_MDL_Import::addAnimationRecords(size_t index, const st
   int64_t bones = std::max<int64_t>(1, int64_t(tables_.skeleton.size()));
   for (size_t a = 0; a < model.mdl.animations.size(); ++a) {
     const legacy::AnimDesc& anim = model.mdl.animations[a];
-    bool tooLong = anim.frameCount > kMaxAnimationFrames || int64_t(anim.frameCount) * bones > kMaxAnimationSamples;
+    bool tooLong = anim.frameCount > kMaxAnimationFrames || int64_t(anim.frameCount) * bones > animationKeyLimit_;
     if (tooLong) {
       warning("%s: animation \"%s\" asks for %d frames of %lld bones; at most %lld keys are converted\n",
               model.path.c_str(), anim.name.c_str(), anim.frameCount, static_cast<long long>(bones),
-              static_cast<long long>(kMaxAnimationSamples));
+              static_cast<long long>(animationKeyLimit_));
     }
     if (!anim.error.empty() || tooLong || anim.frameCount < 0) {
       warning("C_ZV_MDL_Import::ExtractLocalAnims(1442): Unable to extract \"%s\" from \"%s\" failed\n",

@@ -76,6 +76,10 @@ class C_ZV_MDL_Import {
 
   const ModelSettings& settings() const { return settings_; }
   const ModelPaths& paths() const { return paths_; }
+  // Animations asking for more keys (frames times bones) than this are not converted. The
+  // default bounds a file to some hundreds of megabytes; callers such as fuzzers lower it.
+  static constexpr int64_t kDefaultAnimationKeyLimit = int64_t{1} << 22;
+  void setAnimationKeyLimit(int64_t limit) { animationKeyLimit_ = limit; }
   ParticleResolver& particles() const { return *particles_; }
   ModelTables& tables() { return tables_; }
   const ModelTables& tables() const { return tables_; }
@@ -119,6 +123,7 @@ class C_ZV_MDL_Import {
 
   const fs::FileSystem& fileSystem_;
   Output& output_;
+  int64_t animationKeyLimit_ = kDefaultAnimationKeyLimit;
   std::unique_ptr<ParticleResolver> ownParticles_;
   ParticleResolver* particles_;
   ModelSettings settings_;
