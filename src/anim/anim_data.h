@@ -12,17 +12,21 @@
 
 namespace zv::anim {
 
-// The first problem met while decoding an animation; later ones add nothing new.
+// The first problem met while decoding an animation; later ones are only counted, so that
+// a decoder can tell whether the piece it decodes now went wrong.
 class AnimFault {
  public:
   void set(std::string message) {
     if (message_.empty()) message_ = std::move(message);
+    ++count_;
   }
-  bool any() const { return !message_.empty(); }
+  bool any() const { return count_ != 0; }
+  size_t count() const { return count_; }
   const std::string& message() const { return message_; }
 
  private:
   std::string message_;
+  size_t count_ = 0;
 };
 
 // One block of data: the model file (block 0) or a block of the .ani file.

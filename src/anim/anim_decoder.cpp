@@ -182,10 +182,12 @@ void AnimDecoder::decodeRunLength(const Located& at, std::vector<BonePoseSample>
     if (bone >= bones_.size()) return data.fail(position, "bone record", "names a bone the model does not have");
     BoneAnimRecord record{&data, position, bone, data.read<uint8_t>(position + 1, "bone record")};
     const BoneDefaults& d = bones_[bone];
+    size_t faults = fault_.count();
     Quaternion q = DecodeBoneRotation(at.localFrame, 0, record, d.quaternion, d.rotation, d.rotationScale, d.flags,
                                       d.alignment);
-    pose[bone].position = DecodeBonePosition(at.localFrame, 0, d.position, d.positionScale, record);
-    pose[bone].rotation = toRadianEuler(quaternionAngles(q));
+    Vector3 p = DecodeBonePosition(at.localFrame, 0, d.position, d.positionScale, record);
+    if (fault_.count() != faults) return;  // a record that does not read sets nothing
+    pose[bone] = {p, toRadianEuler(quaternionAngles(q)), 1.0f};
     int16_t next = data.read<int16_t>(position + 2, "bone record");
     if (next == 0) return;
     if (next < 0) return data.fail(position, "bone record", "points back to an earlier record");

@@ -94,12 +94,13 @@ void AnimDecoder::decodeFramePacked(const Located& at, std::vector<BonePoseSampl
   // takes the table's defaults (nothing for a delta animation).
   bool fromTable = model_.linearBones.has_value();
   bool delta = anim_.flags & kDeltaAnimation;
+  size_t faults = fault_.count();
   for (size_t bone = 0; bone < bones_.size(); ++bone) {
     uint8_t flags = data.read<uint8_t>(header + kBoneFlagsField + bone, "frame-packed header");
     const BoneDefaults& d = bones_[bone];
     std::optional<Quaternion> rotation = packedRotation(flags, frameStream, constantStream);
     std::optional<Vector3> position = packedPosition(flags, frameStream, constantStream);
-    if (fault_.any()) return;  // a stream ran out: this bone and the rest keep their pose
+    if (fault_.count() != faults) return;  // a stream ran out: this bone and the rest keep their pose
     if (!rotation && fromTable) rotation = delta ? Quaternion{} : d.quaternion;
     if (!position && fromTable) position = delta ? Vector3{} : d.position;
     if (rotation) pose[bone].rotation = toRadianEuler(quaternionAngles(*rotation));
