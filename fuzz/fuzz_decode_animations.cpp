@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int32_t frame = 0; frame < frames; ++frame) decoder.DecodeAnimFrame(frame, pose);
     if (anim.frameCount > frames) decoder.DecodeAnimFrame(anim.frameCount - 1, pose);
     for (const auto& sample : pose) sum = sum + sample.position.x + sample.rotation.z;
-    sum = sum + zv::anim::rootMotionAt(anim.movements, float(anim.frameCount - 1)).yaw;
+    sum = sum + zv::anim::rootMotionAt(anim.movements, float(int64_t(anim.frameCount) - 1)).yaw;
   }
   return 0;
 }
