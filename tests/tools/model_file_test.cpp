@@ -84,7 +84,7 @@ TEST(ModelData, HitBoxesIkChainsAndIncludes) {
 
 TEST(Animations, DescriptionsPointAtTheirMovementsAndSections) {
   Description d;
-  d.animations = {Animation{"walk", 30, 0, 31, {}, 10, {}, {Movement{2, 0, 1, 3, 90, {1, 0, 0}, {4, 0, 0}}}}};
+  d.animations = {Animation{"walk", 30, 0, 31, {}, 10, {}, {Movement{2, 0, 1, 3, 90, {1, 0, 0}, {4, 0, 0}}}, {}, 0, {}}};
   for (uint8_t s = 0; s < 5; ++s) d.animations[0].sections.push_back({s, s, s});
   Bytes mdl(forge(d).mdl);
   size_t a = static_cast<size_t>(mdl.i32(184));
@@ -131,9 +131,9 @@ TEST(ModelFile, RefusesOnlyWhatItsFieldsCannotHold) {
        },
        "event options \"xxx"},
       {[](Description& d) {
-         d.animations = {Animation{"both", 30, 0, 1, std::vector<uint8_t>{1}, 10, {{2}}, {}}};
+         d.animations = {Animation{"both", 30, 0, 1, std::vector<uint8_t>{1}, 10, {{2}}, {}, {}, 0, {}}};
        },
-       "animation \"both\" has both data and sections"},
+       "animation \"both\" has more than one of data, sections and tracks"},
       {[](Description& d) { d.strip.replacements.resize(2); },
        "replacements are given for 2 LODs, the strip file has 1"},
       {[](Description& d) { d.vertexFile.fixupMode = FixupMode::Explicit, d.vertexFile.storedOrder = {-1}; },

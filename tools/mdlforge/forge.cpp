@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "base/strings.h"
+#include "mdlforge/anim_encoder.h"
 #include "mdlforge/vertex_plan.h"
 #include "mdlforge/writers.h"
 
@@ -15,6 +16,19 @@ Status checkFixedName(std::string_view what, const std::string& text) {
   if (text.size() <= kFixedNameLimit) return {};
   return Error{format("%.*s \"%s\" is longer than %zu characters", static_cast<int>(what.size()), what.data(),
                       text.c_str(), kFixedNameLimit)};
+}
+
+// Tracks whose records outgrow their 16-bit offsets cannot be written.
+Status checkTracks(const Animation& anim) {
+  if (!anim.tracks) return {};
+  std::vector<std::pair<int32_t, int32_t>> ranges = anim.framesPerSection > 0
+                                                        ? sectionFrames(anim.frames, anim.framesPerSection)
+                                                        : std::vector<std::pair<int32_t, int32_t>>{{0, anim.frames - 1}};
+  for (auto [first, last] : ranges) {
+    auto encoded = encodeTracks(*anim.tracks, first, last);
+    if (!encoded) return Error{format("animation \"%s\": %s", anim.name.c_str(), encoded.message().c_str())};
+  }
+  return {};
 }
 
 // What cannot be written at all; everything else is written as given.
@@ -31,9 +45,10 @@ Status check(const Description& d) {
     }
   }
   for (const auto& anim : d.animations) {
-    if (anim.data && !anim.sections.empty()) {
-      return Error{format("animation \"%s\" has both data and sections", anim.name.c_str())};
+    if (int(bool(anim.data)) + int(!anim.sections.empty()) + int(bool(anim.tracks)) > 1) {
+      return Error{format("animation \"%s\" has more than one of data, sections and tracks", anim.name.c_str())};
     }
+    if (auto s = checkTracks(anim); !s) return s;
   }
   if (static_cast<int64_t>(d.strip.replacements.size()) > std::max<int64_t>(stripLodCount(d), 0)) {
     return Error{format("material replacements are given for %zu LODs, the strip file has %d",
@@ -73,9 +88,13 @@ Result<ModelFiles> build(const Description& description) {
   if (!plan) return plan.error();
 
   ModelFiles files;
-  WrittenFile mdl = writeModelFile(description, *plan);
-  files.mdl = std::move(mdl.bytes);
-  files.where.mdl = std::move(mdl.where);
+  WrittenModel model = writeModelFile(description, *plan);
+  files.mdl = std::move(model.mdl.bytes);
+  files.where.mdl = std::move(model.mdl.where);
+  if (model.ani) {
+    files.ani = std::move(model.ani->bytes);
+    files.where.ani = std::move(model.ani->where);
+  }
   if (description.vertexFile.write) {
     WrittenFile qvd = writeVertexFile(description, *plan);
     files.qvd = std::move(qvd.bytes);

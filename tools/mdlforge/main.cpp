@@ -1,5 +1,5 @@
-// mdlforge DESCRIPTION OUTDIR: writes <name>.mdl, .qvd and .dx90.vtx into OUTDIR from a
-// text description.
+// mdlforge DESCRIPTION OUTDIR: writes <name>.mdl, .qvd and .dx90.vtx (and .ani when the
+// description puts animation data in blocks) into OUTDIR from a text description.
 
 #include <cstdio>
 #include <filesystem>
@@ -56,6 +56,7 @@ int main(int argc, char** argv) {
   std::vector<std::pair<std::string, const std::vector<uint8_t>*>> outputs = {{".mdl", &files->mdl}};
   if (files->qvd) outputs.emplace_back(".qvd", &*files->qvd);
   if (files->vtx) outputs.emplace_back(".dx90.vtx", &*files->vtx);
+  if (files->ani) outputs.emplace_back(".ani", &*files->ani);
   for (const auto& [extension, bytes] : outputs) {
     fs::path file = outDir / (base + extension);
     if (!writeFile(file, *bytes)) return fail("cannot write " + file.string());

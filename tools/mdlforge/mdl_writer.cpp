@@ -8,7 +8,9 @@
 #include <numeric>
 #include <stdexcept>
 
+#include "base/path.h"
 #include "base/strings.h"
+#include "mdlforge/anim_encoder.h"
 #include "mdlforge/byte_writer.h"
 #include "mdlforge/writers.h"
 
@@ -20,6 +22,7 @@ constexpr size_t kHeaderSize = 408;
 constexpr size_t kSecondaryHeaderSize = 256;
 constexpr int32_t kJiggleType = 5;
 constexpr int32_t kNamedEventType = 1024;
+constexpr int32_t kFramePackedFlag = 0x0040;
 
 // Header fields (from the file start) that the table writers fill in.
 enum HeaderField : size_t {
@@ -41,6 +44,8 @@ enum HeaderField : size_t {
   kMass = 328,
   kContents = 332,
   kIncludes = 336,
+  kAnimBlockName = 348,
+  kAnimBlocks = 352,
   kBoneTableByName = 364,
   kLightDot = 376,
   kSecondaryHeader = 400,
@@ -252,20 +257,34 @@ class ModelWriter {
     }
   }
 
+  struct AnimFields {
+    size_t start, movements, block, index, sections;
+  };
+  struct Placed {
+    int32_t block;
+    size_t offset;  // absolute in the model for block 0, from the block's start otherwise
+  };
+
+  // A data offset: relative to the description in the model, to the block's start in a block.
+  void patchDataOffset(size_t field, size_t descStart, const Placed& placed) {
+    if (placed.block == 0) {
+      w_.patchOffset(field, descStart, placed.offset);
+    } else {
+      w_.patchI32(field, int32_t(placed.offset));
+    }
+  }
+
   void writeAnimations() {
     beginTable(kAnimations, d_.animations.size(), "animdescs");
-    struct Fields {
-      size_t start, movements, block, index, sections;
-    };
-    std::vector<Fields> fields;
+    std::vector<AnimFields> fields;
     for (size_t a = 0; a < d_.animations.size(); ++a) {
       const Animation& anim = d_.animations[a];
-      Fields f{w_.size(), 0, 0, 0, 0};
+      AnimFields f{w_.size(), 0, 0, 0, 0};
       where_.set(placeKey("animdesc", {a}), f.start);
       w_.i32(-static_cast<int32_t>(f.start));
       pool_.reference(w_, f.start, anim.name);
       w_.f32(anim.fps);
-      w_.i32(anim.flags);
+      w_.i32(anim.tracks && anim.tracks->framePacked ? anim.flags | kFramePackedFlag : anim.flags);
       w_.i32(anim.frames);
       w_.i32(static_cast<int32_t>(anim.movements.size()));
       f.movements = w_.reserveI32();
@@ -281,15 +300,19 @@ class ModelWriter {
     }
     for (size_t a = 0; a < d_.animations.size(); ++a) {
       const Animation& anim = d_.animations[a];
-      const Fields& f = fields[a];
-      w_.patchI32(f.block, anim.data || !anim.sections.empty() ? 0 : -1);
+      const AnimFields& f = fields[a];
+      w_.patchI32(f.block, anim.data || !anim.sections.empty() || anim.tracks ? 0 : -1);
       if (!anim.movements.empty()) {
         w_.alignTo(4);
         where_.set(placeKey("movements", {a}), w_.size());
         w_.patchOffsetHere(f.movements, f.start);
         for (const Movement& piece : anim.movements) writeMovement(piece);
       }
-      if (!anim.sections.empty()) writeSections(a, f.start, f.sections, f.index);
+      if (anim.tracks) {
+        writeTracks(a, f);
+      } else if (!anim.sections.empty()) {
+        writeSections(a, f.start, f.sections, f.index, anim.sections);
+      }
       if (anim.data) {
         w_.alignTo(4);
         where_.set(placeKey("animdata", {a}), w_.size());
@@ -297,8 +320,93 @@ class ModelWriter {
         w_.raw(*anim.data);
       }
     }
+    writeAnimBlockTable();
   }
 
+  // Tracks given by value, encoded whole or section by section, each piece in the model
+  // or in a block of the animation block file.
+  void writeTracks(size_t a, const AnimFields& f) {
+    const Animation& anim = d_.animations[a];
+    if (anim.framesPerSection <= 0) {
+      Placed placed = place(a, {}, anim.block, *encodeTracks(*anim.tracks, 0, anim.frames - 1));
+      w_.patchI32(f.block, placed.block);
+      patchDataOffset(f.index, f.start, placed);
+      return;
+    }
+    std::vector<std::pair<int32_t, int32_t>> ranges = sectionFrames(anim.frames, anim.framesPerSection);
+    std::vector<Placed> placed;
+    for (size_t s = 0; s < ranges.size(); ++s) {
+      int32_t block = s < anim.sectionBlocks.size() ? anim.sectionBlocks[s] : anim.block;
+      placed.push_back(place(a, s, block, *encodeTracks(*anim.tracks, ranges[s].first, ranges[s].second)));
+    }
+    // The table: block and offset per section; the description points at section 0.
+    w_.alignTo(4);
+    where_.set(placeKey("sections", {a}), w_.size());
+    w_.patchOffsetHere(f.sections, f.start);
+    for (const Placed& p : placed) {
+      w_.i32(p.block);
+      patchDataOffset(w_.reserveI32(), f.start, p);
+    }
+    w_.patchI32(f.block, placed[0].block);
+    patchDataOffset(f.index, f.start, placed[0]);
+  }
+
+  // Puts one encoded piece (a whole animation, or section `section`) where it belongs.
+  Placed place(size_t a, std::optional<size_t> section, int32_t block, const std::vector<uint8_t>& bytes) {
+    if (block <= 0) {
+      w_.alignTo(4);
+      where_.set(section ? placeKey("section", {a, *section}) : placeKey("animdata", {a}), w_.size());
+      size_t at = w_.size();
+      w_.raw(bytes);
+      return {0, at};
+    }
+    std::vector<uint8_t>& data = blocks_[block];
+    size_t at = data.size();
+    aniWhere_.emplace_back(section ? placeKey("anisection", {a, *section}) : placeKey("anidata", {a}), block, at);
+    data.insert(data.end(), bytes.begin(), bytes.end());
+    return {block, at};
+  }
+
+  // The table of the animation block file's blocks (entry 0 unused) and its stored name.
+  void writeAnimBlockTable() {
+    if (blocks_.empty()) return;
+    int32_t count = blocks_.rbegin()->first + 1;
+    w_.alignTo(4);
+    where_.set("animblocks", w_.size());
+    w_.patchI32(kAnimBlocks, count);
+    w_.patchOffsetHere(kAnimBlocks + 4, 0);
+    size_t start = kHeaderSize;
+    for (int32_t n = 0; n < count; ++n) {
+      auto block = blocks_.find(n);
+      size_t size = block == blocks_.end() ? 0 : block->second.size();
+      w_.i32(size ? int32_t(start) : 0);
+      w_.i32(size ? int32_t(start + size) : 0);
+      start += size;
+    }
+    std::string name = d_.animBlockFile.name.value_or(path::stripExtension(d_.name) + ".ani");
+    pool_.referenceField(kAnimBlockName, 0, name);
+  }
+
+ public:
+  // The animation block file, when any track went to a block.
+  std::optional<WrittenFile> animBlockFile() const {
+    if (blocks_.empty()) return std::nullopt;
+    ByteWriter ani;
+    ani.i32(d_.animBlockFile.id);
+    ani.zeros(kHeaderSize - 4);
+    OffsetMap where;
+    std::map<int32_t, size_t> starts;
+    for (const auto& [block, data] : blocks_) {
+      starts[block] = ani.size();
+      where.set(placeKey("block", {size_t(block)}), ani.size());
+      ani.raw(data);
+    }
+    for (const auto& [key, block, offset] : aniWhere_) where.set(key, starts.at(block) + offset);
+    ani.patchI32(kLength, int32_t(ani.size()));
+    return WrittenFile{ani.take(), std::move(where)};
+  }
+
+ private:
   void writeMovement(const Movement& piece) {
     w_.i32(piece.endFrame);
     w_.i32(piece.motionFlags);
@@ -311,22 +419,22 @@ class ModelWriter {
 
   // The section table (block 0 and an offset per section), then each section's bytes;
   // the description itself points at the first section.
-  void writeSections(size_t a, size_t descStart, size_t tableField, size_t indexField) {
-    const Animation& anim = d_.animations[a];
+  void writeSections(size_t a, size_t descStart, size_t tableField, size_t indexField,
+                     const std::vector<std::vector<uint8_t>>& sections) {
     w_.alignTo(4);
     where_.set(placeKey("sections", {a}), w_.size());
     w_.patchOffsetHere(tableField, descStart);
     std::vector<size_t> entries;
-    for (size_t s = 0; s < anim.sections.size(); ++s) {
+    for (size_t s = 0; s < sections.size(); ++s) {
       w_.i32(0);
       entries.push_back(w_.reserveI32());
     }
-    for (size_t s = 0; s < anim.sections.size(); ++s) {
+    for (size_t s = 0; s < sections.size(); ++s) {
       w_.alignTo(4);
       where_.set(placeKey("section", {a, s}), w_.size());
       w_.patchOffsetHere(entries[s], descStart);
       if (s == 0) w_.patchOffsetHere(indexField, descStart);
-      w_.raw(anim.sections[s]);
+      w_.raw(sections[s]);
     }
   }
 
@@ -686,6 +794,8 @@ class ModelWriter {
   StringPool pool_;
   OffsetMap where_;
   std::optional<size_t> secondary_;
+  std::map<int32_t, std::vector<uint8_t>> blocks_;  // animation block file data by block number
+  std::vector<std::tuple<std::string, int32_t, size_t>> aniWhere_;  // key, block, offset in it
 };
 
 }  // namespace
@@ -715,8 +825,10 @@ std::vector<Matrix3x4> defaultPoseToBone(const std::vector<Bone>& bones) {
   return inverse;
 }
 
-WrittenFile writeModelFile(const Description& description, const VertexPlan& plan) {
-  return ModelWriter(description, plan).write();
+WrittenModel writeModelFile(const Description& description, const VertexPlan& plan) {
+  ModelWriter writer(description, plan);
+  WrittenFile mdl = writer.write();
+  return {std::move(mdl), writer.animBlockFile()};
 }
 
 }  // namespace zv::mdlforge

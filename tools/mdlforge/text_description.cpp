@@ -211,6 +211,19 @@ Status parseHex(const KeyValues& kv, std::vector<uint8_t>& out) {
   return {};
 }
 
+// A file id as a number or as its four characters ("IDSV").
+Status parseFileId(const KeyValues& kv, int32_t& out) {
+  if (kv.value().size() == 4 && !std::isdigit(static_cast<unsigned char>(kv.value()[0]))) {
+    const std::string& t = kv.value();
+    out = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint8_t>(t[0])) |
+                               static_cast<uint32_t>(static_cast<uint8_t>(t[1])) << 8 |
+                               static_cast<uint32_t>(static_cast<uint8_t>(t[2])) << 16 |
+                               static_cast<uint32_t>(static_cast<uint8_t>(t[3])) << 24);
+    return {};
+  }
+  return parseValue(kv, out);
+}
+
 // ---- Sections -------------------------------------------------------------------------
 
 using Handler = std::function<Status(const KeyValues&)>;
@@ -369,6 +382,8 @@ class DescriptionReader {
                 value("max_eye_deflection", d.maxEyeDeflection),
                 value("linear_bones", d.linearBoneTable),
                 value("secondary_header", d.secondaryHeader),
+                value("ani_name", d.animBlockFile.name),
+                {"ani_id", [&d](const KeyValues& i) { return parseFileId(i, d.animBlockFile.id); }},
                 repeated("texture", d.textures, parseLeaf),
                 repeated("texturedir", d.textureDirs, parseLeaf),
                 repeated("skinfamily", d.skinFamilies, parseIntegers),
@@ -384,7 +399,8 @@ class DescriptionReader {
                          [this](const KeyValues& kv, IkChain& c) { return readIkChain(kv, c); }),
                 repeated("include", d.includes, readInclude),
                 repeated("preset", d.presets, readPreset),
-                repeated("animation", d.animations, readAnimation),
+                repeated("animation", d.animations,
+                         [this](const KeyValues& kv, Animation& a) { return readAnimation(kv, a); }),
                 repeated("sequence", d.sequences,
                          [this](const KeyValues& kv, Sequence& s) { return readSequence(kv, s); }),
                 {"stripfile",
@@ -556,8 +572,9 @@ class DescriptionReader {
                       {value("name", preset.name), value("value", preset.value), value("mask", preset.mask)});
   }
 
-  static Status readAnimation(const KeyValues& kv, Animation& anim) {
+  Status readAnimation(const KeyValues& kv, Animation& anim) const {
     auto readSection = [](const KeyValues& s, std::vector<uint8_t>& bytes) { return parseHex(s, bytes); };
+    auto tracks = [&anim]() -> AnimationTracks& { return anim.tracks ? *anim.tracks : anim.tracks.emplace(); };
     return readFields(kv, {value("name", anim.name),
                            value("fps", anim.fps),
                            value("flags", anim.flags),
@@ -565,7 +582,129 @@ class DescriptionReader {
                            {"data", [&anim](const KeyValues& d) { return parseHex(d, anim.data.emplace()); }},
                            value("frames_per_section", anim.framesPerSection),
                            repeated("section", anim.sections, readSection),
-                           repeated("movement", anim.movements, readMovement)});
+                           repeated("movement", anim.movements, readMovement),
+                           value("block", anim.block),
+                           value("section_blocks", anim.sectionBlocks),
+                           {"track",
+                            [this, tracks](const KeyValues& t) {
+                              std::vector<RleTrack>& rle = tracks().rle;
+                              rle.emplace_back();
+                              return withContext(describe(t, rle.size() - 1), readTrack(t, rle.back()));
+                            }},
+                           {"framepacked", [this, tracks](const KeyValues& f) {
+                              return withContext("framepacked", readFramePacked(f, tracks().framePacked.emplace()));
+                            }}});
+  }
+
+  // A run-length record: raw values, value channels as one integer per frame (or as
+  // explicit runs "total: values, total: values"), the delta flag, or flags as given.
+  Status readTrack(const KeyValues& kv, RleTrack& t) const {
+    int32_t bone = 0;
+    std::array<std::optional<ValueChannel>, 6> channels;
+    std::vector<Field> fields = {bones_.field("bone", bone),
+                                 value("raw_rotation", t.rawRotation),
+                                 value("raw_rotation_64", t.rawRotation64),
+                                 value("raw_position", t.rawPosition),
+                                 value("delta", t.delta),
+                                 value("flags", t.flags)};
+    static constexpr const char* kChannels[] = {"rotation_x", "rotation_y", "rotation_z",
+                                                "position_x", "position_y", "position_z"};
+    for (size_t c = 0; c < 6; ++c) {
+      fields.push_back({kChannels[c], [&channels, c](const KeyValues& v) {
+                          return integerList(v, channels[c].emplace().frames);
+                        }});
+      fields.push_back({std::string_view(kChannelRuns[c]), [&channels, c](const KeyValues& v) {
+                          ValueChannel& channel = channels[c] ? *channels[c] : channels[c].emplace();
+                          return readRuns(v, channel.runs.emplace());
+                        }});
+    }
+    Status status = readFields(kv, fields);
+    t.bone = uint8_t(bone);
+    for (size_t group = 0; group < 2; ++group) {
+      auto& target = group == 0 ? t.rotation : t.position;
+      for (size_t axis = 0; axis < 3; ++axis) {
+        if (!channels[3 * group + axis]) continue;
+        if (!target) target.emplace();
+        (*target)[axis] = std::move(*channels[3 * group + axis]);
+      }
+    }
+    return status;
+  }
+
+  static constexpr const char* kChannelRuns[] = {"rotation_x_runs", "rotation_y_runs", "rotation_z_runs",
+                                                 "position_x_runs", "position_y_runs", "position_z_runs"};
+
+  // "3: 10 20, 2: 30, 0:" - each run its frame count, a colon and its values.
+  static Status readRuns(const KeyValues& kv, std::vector<ValueRun>& runs) {
+    if (auto s = needLeaf(kv); !s) return s;
+    for (std::string_view text : split(kv.value(), ',')) {
+      size_t colon = text.find(':');
+      if (colon == std::string_view::npos) return valueError(kv, "needs runs written \"total: values\"");
+      int64_t total = 0;
+      std::vector<std::string_view> head = words(text.substr(0, colon));
+      if (head.size() != 1 || !toInteger(head[0], total) || total < 0 || total > 255)
+        return valueError(kv, "has a run whose frame count is not 0 to 255");
+      ValueRun run{uint8_t(total), {}};
+      for (std::string_view word : words(text.substr(colon + 1))) {
+        int64_t v = 0;
+        if (!toInteger(word, v) || v < INT16_MIN || v > INT16_MAX) return valueError(kv, "has a value that is not a 16-bit integer");
+        run.values.push_back(int16_t(v));
+      }
+      if (run.values.size() > 255) return valueError(kv, "has a run of more than 255 values");
+      runs.push_back(std::move(run));
+    }
+    return {};
+  }
+
+  // One "bone" per bone of the model, in order: its rotation and position forms and values.
+  static Status readFramePacked(const KeyValues& kv, std::vector<FramePackedBone>& bones) {
+    return readFields(kv, {repeated("bone", bones, readPackedBone)});
+  }
+
+  static Status readPackedBone(const KeyValues& kv, FramePackedBone& bone) {
+    auto rotationForm = [&bone](const KeyValues& v) {
+      static constexpr std::pair<const char*, PackedRotation> kForms[] = {
+          {"none", PackedRotation::None}, {"frame48", PackedRotation::Frame48},
+          {"frame_omitted", PackedRotation::FrameOmitted}, {"const48", PackedRotation::Constant48},
+          {"const_omitted", PackedRotation::ConstantOmitted}};
+      return pickForm(v, kForms, bone.rotationForm);
+    };
+    auto positionForm = [&bone](const KeyValues& v) {
+      static constexpr std::pair<const char*, PackedPosition> kForms[] = {
+          {"none", PackedPosition::None}, {"frame_half", PackedPosition::FrameHalf},
+          {"const_half", PackedPosition::ConstantHalf}, {"frame_float", PackedPosition::FrameFloat},
+          {"const_float", PackedPosition::ConstantFloat}};
+      return pickForm(v, kForms, bone.positionForm);
+    };
+    return readFields(kv, {{"rotation", rotationForm},
+                           {"position", positionForm},
+                           {"rotations", [&bone](const KeyValues& v) { return readTuples(v, bone.rotations); }},
+                           {"positions", [&bone](const KeyValues& v) { return readTuples(v, bone.positions); }},
+                           value("flags", bone.flags)});
+  }
+
+  template <class Form, size_t N>
+  static Status pickForm(const KeyValues& kv, const std::pair<const char*, Form> (&forms)[N], Form& out) {
+    for (const auto& [name, form] : forms) {
+      if (equalsNoCase(kv.value(), name)) {
+        out = form;
+        return {};
+      }
+    }
+    return valueError(kv, "is not one of the forms");
+  }
+
+  // Values separated by ";", each of as many numbers as the type holds.
+  template <class T>
+  static Status readTuples(const KeyValues& kv, std::vector<T>& out) {
+    if (auto s = needLeaf(kv); !s) return s;
+    out.clear();
+    for (std::string_view part : split(kv.value(), ';')) {
+      T item{};
+      if (auto s = parseValue(KeyValues(kv.name(), std::string(part)), item); !s) return s;
+      out.push_back(item);
+    }
+    return {};
   }
 
   static Status readMovement(const KeyValues& kv, Movement& m) {
@@ -686,20 +825,8 @@ class DescriptionReader {
       o.fixupMode = FixupMode::Explicit;
       return Status();
     };
-    // The id as a number or as its four characters ("IDSV").
-    auto id = [&o](const KeyValues& i) {
-      if (i.value().size() == 4 && !std::isdigit(static_cast<unsigned char>(i.value()[0]))) {
-        const std::string& t = i.value();
-        o.id = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint8_t>(t[0])) |
-                                    static_cast<uint32_t>(static_cast<uint8_t>(t[1])) << 8 |
-                                    static_cast<uint32_t>(static_cast<uint8_t>(t[2])) << 16 |
-                                    static_cast<uint32_t>(static_cast<uint8_t>(t[3])) << 24);
-        return Status();
-      }
-      return parseValue(i, o.id);
-    };
     return readFields(kv, {value("write", o.write),
-                           {"id", id},
+                           {"id", [&o](const KeyValues& i) { return parseFileId(i, o.id); }},
                            value("version", o.version),
                            value("checksum", o.checksum),
                            value("lods", o.lodCount),

@@ -3,6 +3,7 @@
 // cannot be written; everything else is written as given.
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "mdlforge/description.h"
@@ -16,7 +17,13 @@ struct WrittenFile {
   OffsetMap where;
 };
 
-WrittenFile writeModelFile(const Description& description, const VertexPlan& plan);
+// The model header file, and the animation block file when any animation's tracks are in
+// a block of it.
+struct WrittenModel {
+  WrittenFile mdl;
+  std::optional<WrittenFile> ani;
+};
+WrittenModel writeModelFile(const Description& description, const VertexPlan& plan);
 WrittenFile writeVertexFile(const Description& description, const VertexPlan& plan);
 WrittenFile writeStripFile(const Description& description, const VertexPlan& plan);
 
