@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <map>
+
 #include "base/log.h"
+#include "importer/mesh_extraction.h"
 #include "importer_fixture.h"
 
 namespace zv {
@@ -228,6 +232,118 @@ TEST(AnimationFiles, OneFilePerRecordInsideTheAnimationFolder) {
         << log.text();
     for (const std::string& file : files) run.readDmx(run.out("crate_refs/anim/" + file));
   }
+}
+
+}  // namespace
+}  // namespace zv
+
+namespace zv {
+namespace {
+
+// The crate whose root walks 2 units along x a frame and whose lid turns, over 3 frames at
+// 10 frames a second, with a movement piece that carries the root 8 units along y and a
+// quarter turn of yaw.
+mdlforge::Description walkingCrate(float fps = 10) {
+  mdlforge::Description d = testing::crateModel();
+  d.bones = {testing::bone("root", -1, {1, 0, 0}), testing::bone("lid", 0, {0, 0, 4})};
+  d.bones[0].positionScale = {0.5f, 0.5f, 0.5f};
+  mdlforge::RleTrack root;
+  root.position = std::array<mdlforge::ValueChannel, 3>{mdlforge::ValueChannel{{0, 4, 8}, {}}, {}, {}};
+  mdlforge::RleTrack lid;
+  lid.bone = 1;
+  lid.rawRotation = angleQuaternion({0, 90, 0});
+  mdlforge::Animation walk = animation("walk", 3, fps);
+  walk.tracks = mdlforge::AnimationTracks{{root, lid}, std::nullopt};
+  walk.movements = {{2, 0, 4, 4, 90, {0, 1, 0}, {0, 8, 0}}};
+  d.animations = {walk};
+  d.sequences = {sequence("walk", {0})};
+  return d;
+}
+
+struct Channel {
+  std::vector<dmx::DmTime> times;
+  std::vector<Vector3> positions;
+  std::vector<Quaternion> orientations;
+  const dmx::CDmElement* target = nullptr;
+};
+
+std::map<std::string, Channel> channelsOf(const dmx::DmDocument& doc) {
+  std::map<std::string, Channel> channels;
+  for (const dmx::CDmElement* e : doc.elements) {
+    if (e->type() != "DmeChannel") continue;
+    const dmx::CDmElement* layer = e->getElement("log")->getElementArray("layers").at(0);
+    Channel& c = channels[e->name()];
+    c.times = layer->getTimeArray("times");
+    c.target = e->getElement("toElement");
+    if (layer->has("values") && layer->find("values")->type() == dmx::DmType::Vector3Array)
+      c.positions = layer->getVector3Array("values");
+    else
+      c.orientations = layer->getQuaternionArray("values");
+  }
+  return channels;
+}
+
+void expectSameRotation(const Quaternion& a, const Quaternion& b, const std::string& where) {
+  float dot = a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
+  EXPECT_GT(std::fabs(dot), 0.99999f) << where;
+}
+
+TEST(AnimationFiles, HoldTheDecodedPosesWithRootMotionOnTheRoot) {
+  AnimationRun run(walkingCrate());
+  ASSERT_TRUE(run.converter.Convert());
+  dmx::DmDocument doc = run.readDmx(run.out("crate_refs/anim/walk_0.dmx"));
+  // The prefix block: frames over rate; the clip: first key to last.
+  EXPECT_EQ(doc.prefix->getFloat("anim_frameRate"), 10.0f);
+  EXPECT_EQ(doc.prefix->getFloat("anim_duration"), 0.3f);
+  const dmx::CDmElement* clip = doc.root->getElement("animationList")->getElementArray("animations").at(0);
+  EXPECT_EQ(clip->name(), "walk_0");
+  EXPECT_EQ(clip->getElement("timeFrame")->getTime("duration"), dmx::DmTime{2000});
+  EXPECT_EQ(std::tuple(clip->getFloat("frameRate"), clip->getBool("vbDelta"), clip->getBool("vbLooping")),
+            std::tuple(10.0f, false, false));
+  EXPECT_EQ(doc.root->getElement("exportTags")->getString("qmdl"), "props/crate.qmdl");
+  EXPECT_EQ(doc.root->getElement("skeleton")->name(), "crate");
+
+  std::map<std::string, Channel> channels = channelsOf(doc);
+  ASSERT_EQ(channels.size(), 4u);
+  const std::vector<dmx::DmTime> times{{0}, {1000}, {2000}};
+  for (const auto& [name, channel] : channels) {
+    EXPECT_EQ(channel.times, times) << name;
+    EXPECT_EQ(channel.target->type(), "DmeTransform") << name;
+  }
+  // The channels drive the joints' own transforms.
+  const std::vector<dmx::CDmElement*>& joints = doc.root->getElement("skeleton")->getElementArray("jointList");
+  EXPECT_EQ(channels["root_p"].target, joints[0]->getElement("transform"));
+  EXPECT_EQ(channels["lid_o"].target, joints[1]->getElement("transform"));
+
+  // Frame f: x = 1 + 2f, then the movement moves it 4t along y and turns it by 90t.
+  for (size_t f = 0; f < 3; ++f) {
+    float t = float(f) / 2;
+    Matrix3x4 motion = angleMatrix(QAngle{0, 90 * t, 0}, {0, 4 * t, 0});
+    Vector3 expected = transformPoint(motion, {1 + 2.0f * float(f), 0, 0});
+    testing::expectNear(channels["root_p"].positions.at(f), expected, 1e-4f);
+    expectSameRotation(channels["root_o"].orientations.at(f), angleQuaternion({0, 90 * t, 0}), "root " + std::to_string(f));
+    testing::expectNear(channels["lid_p"].positions.at(f), {0, 0, 4});
+    expectSameRotation(channels["lid_o"].orientations.at(f), angleQuaternion({0, 90, 0}), "lid " + std::to_string(f));
+  }
+}
+
+TEST(AnimationFiles, UpAxisTurnsTheRootsAndZeroRatesTakeNoTime) {
+  AnimationRun run(walkingCrate(0));
+  run.options.yUpToZUp = true;
+  run.setup();
+  ASSERT_TRUE(run.converter.Convert());
+  dmx::DmDocument doc = run.readDmx(run.out("crate_refs/anim/walk_0.dmx"));
+  EXPECT_EQ(doc.prefix->getFloat("anim_duration"), 0.0f);
+  const dmx::CDmElement* clip = doc.root->getElement("animationList")->getElementArray("animations").at(0);
+  EXPECT_EQ(clip->getElement("timeFrame")->getTime("duration"), dmx::DmTime{0});
+  std::map<std::string, Channel> channels = channelsOf(doc);
+  EXPECT_EQ(channels["root_p"].times, (std::vector<dmx::DmTime>{{0}, {0}, {0}}));
+  // Frame 0 of the root, turned like the bind pose; the lid is a child and keeps its key.
+  testing::expectNear(channels["root_p"].positions.at(0), transformPoint(yUpToZUpMatrix(), {1, 0, 0}), 1e-5f);
+  testing::expectNear(channels["lid_p"].positions.at(0), {0, 0, 4});
+  // The file's skeleton is the turned bind pose too, as in the mesh files.
+  const dmx::CDmElement* rootJoint = doc.root->getElement("skeleton")->getElementArray("jointList").at(0);
+  testing::expectNear(rootJoint->getElement("transform")->getVector3("position"), run.tables().skeleton[0].position);
 }
 
 }  // namespace
