@@ -49,11 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   zv::fuzz::silenceLogs();
   static const std::string out = scratchFolder();
   static auto memory = std::make_shared<MemorySource>();
-  static zv::fs::FileSystem fileSystem = [] {
-    zv::fs::FileSystem fs(out);
-    fs.addSource(memory, "LOCAL", zv::fs::Placement::Tail);
-    return fs;
-  }();
+  static zv::fs::FileSystem fileSystem(out);
+  static const bool mounted = (fileSystem.addSource(memory, "LOCAL", zv::fs::Placement::Tail), true);
+  (void)mounted;
   static zv::Output output(out, nullptr);
 
   zv::fuzz::FuzzFamily family = zv::fuzz::splitFamilyInput(data, size);

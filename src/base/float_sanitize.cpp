@@ -18,7 +18,10 @@ bool isInvalidFloat(float value) {
 
 float sanitizeFloat(float value) {
   if (!isInvalidFloat(value)) return value;
-  if (gRepairs.fetch_add(1, std::memory_order_relaxed) == 0) warning("mdl to dmx: zeroing out invalid vertices\n");
+  gRepairs.fetch_add(1, std::memory_order_relaxed);
+  // Once per run: the run's sink lets the first through, also when models convert in
+  // parallel and their messages are printed in input order afterwards.
+  warningOnce("invalid floats", "mdl to dmx: zeroing out invalid vertices\n");
   return 0.0f;
 }
 

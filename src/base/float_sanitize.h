@@ -1,7 +1,7 @@
 #pragma once
 // The one repair of non-finite floats shared by every sanitising site (vertices,
-// animation values): the value becomes 0 and the first repair of the whole process
-// prints "mdl to dmx: zeroing out invalid vertices\n".
+// animation values): the value becomes 0 and the first repair of the run
+// prints "mdl to dmx: zeroing out invalid vertices\n" (once per run: see warningOnce).
 
 #include <cstdint>
 
@@ -16,7 +16,7 @@ float sanitizeFloat(float value);
 void SanitizeVector(Vector3& v);
 // How many values have been repaired in this process.
 uint64_t invalidFloatRepairs();
-// Forgets earlier repairs, so that the next one warns again. For tests only.
+// Forgets the count of earlier repairs. For tests only; the warning is once per sink.
 void resetInvalidFloatRepairsForTesting();
 
 }  // namespace zv

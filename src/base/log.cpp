@@ -43,10 +43,19 @@ LogState& state() {
   return instance;
 }
 
-void emit(LogRecord record) {
+// A thread's own sink, when it has one: it is the thread's alone, so it needs no lock.
+thread_local LogSink* tThreadSink = nullptr;
+
+void deliver(LogSink& sink, const LogRecord& record) {
+  if (!record.onceKey.empty() && !sink.claimOnce(record.onceKey)) return;
+  sink.write(record);
+}
+
+void emit(const LogRecord& record) {
+  if (tThreadSink != nullptr) return deliver(*tThreadSink, record);
   LogState& s = state();
   std::lock_guard lock(s.mutex);
-  s.sink->write(record);
+  deliver(*s.sink, record);
 }
 
 }  // namespace
@@ -100,6 +109,22 @@ void warning(const char* fmt, ...) {
   va_end(args);
   emit({std::string(), Severity::Warning, std::nullopt, std::move(text)});
 }
+
+void warningOnce(std::string_view key, const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  std::string text = formatV(fmt, args);
+  va_end(args);
+  emit({std::string(), Severity::Warning, std::nullopt, std::move(text), std::string(key)});
+}
+
+void replayLog(const std::vector<LogRecord>& records) {
+  for (const LogRecord& record : records) emit(record);
+}
+
+ScopedThreadLogSink::ScopedThreadLogSink(LogSink& sink) : previous_(tThreadSink) { tThreadSink = &sink; }
+
+ScopedThreadLogSink::~ScopedThreadLogSink() { tThreadSink = previous_; }
 
 ScopedLogSink::ScopedLogSink(LogSink& sink) {
   LogState& s = state();

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -30,12 +31,19 @@ struct LogRecord {
   Severity severity;
   std::optional<Color> color;
   std::string text;
+  // Messages said once per run carry a key; a sink passes on the first record of a key.
+  std::string onceKey = {};
 };
 
 class LogSink {
  public:
   virtual ~LogSink() = default;
   virtual void write(const LogRecord& record) = 0;
+  // True the first time a key is claimed from this sink.
+  bool claimOnce(const std::string& key) { return onceKeys_.insert(key).second; }
+
+ private:
+  std::set<std::string> onceKeys_;
 };
 
 class LogChannel {
@@ -66,6 +74,9 @@ inline LogChannel& mainLog() { return logChannel(kMainChannel); }
 
 // The plain warning print: printf-style text to the warning stream.
 void warning(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// The plain warning print of a message said once per run however often it happens: the
+// run's sink (or a model's buffer, then the run's sink) lets the first one through.
+void warningOnce(std::string_view key, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
 // Replaces the sink for the lifetime of the object; the previous sink comes back after.
 class ScopedLogSink {
@@ -78,6 +89,22 @@ class ScopedLogSink {
  private:
   LogSink* previous_;
 };
+
+// Routes the records this thread says to sink for the object's lifetime, so that work
+// done on a thread (one model of a parallel run) can be printed whole afterwards.
+class ScopedThreadLogSink {
+ public:
+  explicit ScopedThreadLogSink(LogSink& sink);
+  ~ScopedThreadLogSink();
+  ScopedThreadLogSink(const ScopedThreadLogSink&) = delete;
+  ScopedThreadLogSink& operator=(const ScopedThreadLogSink&) = delete;
+
+ private:
+  LogSink* previous_;
+};
+
+// Says the records again, in order, to the sink of the calling thread (or the run's).
+void replayLog(const std::vector<LogRecord>& records);
 
 // Collects every record; for tests and for callers that want the text.
 class LogCapture : public LogSink {

@@ -63,6 +63,7 @@ void FileSystem::addSource(std::shared_ptr<ContentSource> source, std::string_vi
 
 Result<std::shared_ptr<ContentSource>> FileSystem::openArchive(std::string_view archivePath) const {
   std::string key = absolute(archivePath).generic_string();
+  std::lock_guard lock(archivesMutex_);
   auto it = archives_.find(key);
   if (it == archives_.end()) it = archives_.emplace(key, openQpkArchive(key)).first;
   return it->second;

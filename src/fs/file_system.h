@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -76,7 +77,8 @@ class FileSystem {
   std::filesystem::path currentDirectory_;
   std::vector<SearchPath> searchPaths_;
   // Archives by absolute path, failures included, so a corrupt archive is parsed and
-  // reported once however many paths name it.
+  // reported once however many paths name it. Models converted in parallel share it.
+  mutable std::mutex archivesMutex_;
   mutable std::map<std::string, Result<std::shared_ptr<ContentSource>>> archives_;
 };
 

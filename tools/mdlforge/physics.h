@@ -31,11 +31,11 @@ struct PhysicsSolid {
   // Writes, for every inner node of the ledge tree, a wrapping hull ledge of the subtree
   // among the pieces' ledges (as the legacy compiler does for solids of several pieces).
   bool subtreeHulls = false;
+  // The solid's text block; "index" is written first by the builder.
+  TextKeys keys;
   // false: no ledge tree is written and the root offset points at the end of the solid, as
   // in real files whose pieces can only be found by reading the ledges in order.
   bool ledgeTree = true;
-  // The solid's text block; "index" is written first by the builder.
-  TextKeys keys;
 };
 
 struct PhysicsConstraint {

@@ -591,7 +591,7 @@ class DescriptionReader {
                               rle.emplace_back();
                               return withContext(describe(t, rle.size() - 1), readTrack(t, rle.back()));
                             }},
-                           {"framepacked", [this, tracks](const KeyValues& f) {
+                           {"framepacked", [tracks](const KeyValues& f) {
                               return withContext("framepacked", readFramePacked(f, tracks().framePacked.emplace()));
                             }}});
   }
