@@ -15,6 +15,16 @@ constexpr uint32_t fnv1a32(std::string_view text) {
   return h;
 }
 
+// 64-bit FNV-1a over bytes: content fingerprints.
+constexpr uint64_t fnv1a64(const uint8_t* data, size_t size) {
+  uint64_t h = 0xcbf29ce484222325ull;
+  for (size_t i = 0; i < size; ++i) {
+    h ^= data[i];
+    h *= 0x100000001b3ull;
+  }
+  return h;
+}
+
 // The name-table hash: FNV-1a, then mixed as (h ^ (h << 17)) + (h >> 21).
 constexpr uint32_t nameHash(std::string_view text) {
   uint32_t h = fnv1a32(text);

@@ -13,10 +13,6 @@ namespace stdfs = std::filesystem;
 
 namespace {
 
-// A whole-disk source for absolute names: "/" (or a drive root) as its root.
-std::shared_ptr<ContentSource> diskRoot(const stdfs::path& root) {
-  return std::make_shared<DirectorySource>(root);
-}
 
 bool isArchiveName(std::string_view path) { return equalsNoCase(path::extension(path), "qpk"); }
 
@@ -34,7 +30,10 @@ std::optional<ArchivePath> splitArchivePath(std::string_view path) {
   return ArchivePath{std::string(rest.substr(0, mark + 4)), normalizeRelative(rest.substr(mark + 5))};
 }
 
-FileSystem::FileSystem(stdfs::path currentDirectory) : currentDirectory_(std::move(currentDirectory)) {}
+FileSystem::FileSystem(stdfs::path currentDirectory)
+    : currentDirectory_(std::move(currentDirectory)), folders_(std::make_shared<FolderCache>()) {}
+
+void FileSystem::folderChanged(const std::string& folder) const { folders_->forget(stdfs::path(folder)); }
 
 stdfs::path FileSystem::absolute(std::string_view path) const {
   stdfs::path p(path::toForwardSlashes(path));
@@ -48,7 +47,7 @@ Status FileSystem::addSearchPath(std::string_view path, std::string_view pathId,
     addSource(archive.value(), pathId, placement);
     return Status::success();
   }
-  addSource(std::make_shared<DirectorySource>(absolute(path)), pathId, placement);
+  addSource(std::make_shared<DirectorySource>(absolute(path), folders_), pathId, placement);
   return Status::success();
 }
 
@@ -85,7 +84,8 @@ std::optional<FileSystem::Located> FileSystem::locateDirect(std::string_view pat
   }
   if (!path::isAbsolute(path)) return std::nullopt;
   stdfs::path full = absolute(path);
-  return Located{diskRoot(full.root_path()), full.relative_path().generic_string()};
+  // A whole-disk source for absolute names: "/" (or a drive root) as its root.
+  return Located{std::make_shared<DirectorySource>(full.root_path(), folders_), full.relative_path().generic_string()};
 }
 
 Result<std::vector<uint8_t>> FileSystem::readFile(std::string_view path, std::string_view pathId) const {

@@ -20,6 +20,8 @@
 
 namespace zv::fs {
 
+class FolderCache;
+
 // Where addSearchPath puts a path: after the others (0) or before them (1).
 enum class Placement { Tail = 0, Head = 1 };
 
@@ -63,6 +65,9 @@ class FileSystem {
   // Creates a folder and its missing parents.
   static bool createDirHierarchy(std::string_view path);
 
+  // The run wrote into this folder (absolute): folder listings it cached are read again.
+  void folderChanged(const std::string& folder) const;
+
  private:
   struct Located {
     std::shared_ptr<ContentSource> source;
@@ -76,6 +81,7 @@ class FileSystem {
 
   std::filesystem::path currentDirectory_;
   std::vector<SearchPath> searchPaths_;
+  std::shared_ptr<FolderCache> folders_;
   // Archives by absolute path, failures included, so a corrupt archive is parsed and
   // reported once however many paths name it. Models converted in parallel share it.
   mutable std::mutex archivesMutex_;

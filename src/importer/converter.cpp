@@ -42,6 +42,8 @@ void C_ZV_MDL_Import::Reset() {
   includedModels_.clear();
   skeletonIndex_.clear();
   animationFileNames_.clear();
+  inputsRead_.clear();
+  materialProbes_.clear();
   tables_ = ModelTables();
   animationNameIndex_.clear();
   isStatic_ = false;

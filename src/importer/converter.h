@@ -12,6 +12,7 @@
 
 #include "base/hash.h"
 #include "fs/file_system.h"
+#include "importer/input_files.h"
 #include "importer/particles.h"
 #include "importer/pipeline.h"
 #include "importer/run_options.h"
@@ -87,6 +88,13 @@ class C_ZV_MDL_Import {
   const legacy::LegacyModel* model() const { return model_ ? &*model_ : nullptr; }
   // Whether the last Convert found the model to be a static prop.
   bool isStatic() const { return isStatic_; }
+  // What the current model's conversion read.
+  const std::vector<InputFile>& inputsRead() const { return inputsRead_; }
+  const std::vector<MaterialProbe>& materialProbes() const { return materialProbes_; }
+  // Files a stage read on the model's behalf (the particle manifest and files).
+  void recordInputs(const std::vector<InputFile>& files) const {
+    inputsRead_.insert(inputsRead_.end(), files.begin(), files.end());
+  }
 
  private:
   std::optional<std::vector<uint8_t>> readFamilyFile(const std::string& path) const;
@@ -143,6 +151,8 @@ class C_ZV_MDL_Import {
   ModelTables tables_;
   std::unordered_set<uint32_t> animationNameIndex_;
   bool isStatic_ = false;
+  mutable std::vector<InputFile> inputsRead_;
+  std::vector<MaterialProbe> materialProbes_;
 };
 
 }  // namespace zv

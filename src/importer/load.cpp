@@ -1,5 +1,6 @@
 // The load stage: the model's family of files read through the file system and checked.
 
+#include "base/hash.h"
 #include "base/log.h"
 #include "base/path.h"
 #include "importer/converter.h"
@@ -8,7 +9,9 @@ namespace zv {
 
 std::optional<std::vector<uint8_t>> C_ZV_MDL_Import::readFamilyFile(const std::string& path) const {
   auto bytes = fileSystem_.readFile(path);
+  InputFile& record = inputsRead_.emplace_back(InputFile{path, bytes.ok(), 0});
   if (!bytes) return std::nullopt;
+  record.hash = fnv1a64(bytes->data(), bytes->size());
   return std::move(bytes.value());
 }
 

@@ -74,7 +74,9 @@ void C_ZV_MDL_Import::AddMaterial(int32_t lod, int32_t materialIndex) {
   for (const std::string& directory : model_->mdl.textureDirs) {
     if (slots.resolved[slot]) break;
     std::string candidate = materialCandidatePath(directory, name);
-    if (fileSystem_.fileExists(candidate)) resolve(std::move(candidate));
+    bool exists = fileSystem_.fileExists(candidate);
+    materialProbes_.push_back({candidate, exists});
+    if (exists) resolve(std::move(candidate));
   }
 }
 

@@ -1,5 +1,6 @@
 #include "importer/particles.h"
 
+#include "base/hash.h"
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
@@ -109,33 +110,47 @@ std::optional<std::string> particleAttachmentType(std::string_view text) {
 
 std::optional<std::string> ParticleResolver::resolve(std::string_view system) {
   std::call_once(built_, [this] { build(); });
+  for (const std::string& problem : problems_) warningOnce(problem, "%s", problem.c_str());
   auto found = files_.find(system);
   if (found == files_.end()) return std::nullopt;
   return found->second;
 }
 
+const std::vector<InputFile>& ParticleResolver::inputs() {
+  std::call_once(built_, [this] { build(); });
+  return inputs_;
+}
+
+// Reads a file of the table, recording it; into is left empty when it does not read.
+void ParticleResolver::read(std::string_view name, std::vector<uint8_t>* into) {
+  auto bytes = fileSystem_.readFile(name);
+  InputFile& record = inputs_.emplace_back(InputFile{std::string(name), bytes.ok(), 0});
+  if (!bytes) return;
+  record.hash = fnv1a64(bytes->data(), bytes->size());
+  *into = std::move(bytes.value());
+}
+
 void ParticleResolver::build() {
-  auto manifest = fileSystem_.readFile(kParticleManifest);
-  if (!manifest) {
-    warning("Particle names cannot be converted: %.*s could not be read\n", int(kParticleManifest.size()),
-            kParticleManifest.data());
-    return;
-  }
-  std::string_view text(reinterpret_cast<const char*>(manifest->data()), manifest->size());
+  std::vector<uint8_t> manifest;
+  read(kParticleManifest, &manifest);
+  std::string_view text(reinterpret_cast<const char*>(manifest.data()), manifest.size());
   auto tree = KeyValues::parse(text, KeyValuesOptions{.escapes = false});
   const KeyValues* list = tree ? tree->firstSection() : nullptr;
   if (list == nullptr) {
-    warning("Particle names cannot be converted: %.*s does not read\n", int(kParticleManifest.size()),
-            kParticleManifest.data());
+    problems_.push_back(format("Particle names cannot be converted: %.*s %s\n", int(kParticleManifest.size()),
+                               kParticleManifest.data(), inputs_.back().exists ? "does not read" : "could not be read"));
     return;
   }
   for (const KeyValues* entry : list->findAll("file")) {
     std::string name = entry->value();
     if (!name.empty() && name.front() == '!') name.erase(0, 1);  // "load at start-up" only
-    auto bytes = fileSystem_.readFile(name);
-    auto systems = bytes ? particleSystemNames(ByteView(*bytes)) : Result<std::vector<std::string>>(Error{"could not be read"});
+    std::vector<uint8_t> bytes;
+    read(name, &bytes);
+    auto systems = inputs_.back().exists ? particleSystemNames(ByteView(bytes))
+                                         : Result<std::vector<std::string>>(Error{"could not be read"});
     if (!systems) {
-      warning("Particle file %s: %s; its systems are not converted\n", name.c_str(), systems.message().c_str());
+      problems_.push_back(format("Particle file %s: %s; its systems are not converted\n", name.c_str(),
+                                 systems.message().c_str()));
       continue;
     }
     for (const std::string& system : *systems) files_.emplace(system, newParticleFile(name, system));

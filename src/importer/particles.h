@@ -15,6 +15,7 @@
 #include "base/byte_view.h"
 #include "base/result.h"
 #include "fs/file_system.h"
+#include "importer/input_files.h"
 
 namespace zv {
 
@@ -36,15 +37,22 @@ class ParticleResolver {
  public:
   explicit ParticleResolver(const fs::FileSystem& fileSystem) : fileSystem_(fileSystem) {}
 
-  // The new file of a legacy system; nothing when no particle file defines it.
+  // The new file of a legacy system; nothing when no particle file defines it. The first
+  // call builds the table; the problems met then are said again (once per sink) on every
+  // call, so that a parallel run prints them with the first model in input order.
   std::optional<std::string> resolve(std::string_view system);
+  // The manifest and particle files the table was built from.
+  const std::vector<InputFile>& inputs();
 
  private:
   void build();
+  void read(std::string_view name, std::vector<uint8_t>* into);
 
   const fs::FileSystem& fileSystem_;
   std::once_flag built_;
   std::map<std::string, std::string, std::less<>> files_;  // system name -> new file
+  std::vector<std::string> problems_;
+  std::vector<InputFile> inputs_;
 };
 
 }  // namespace zv

@@ -109,9 +109,9 @@ std::string breakListText(const std::vector<KeyValues>& breaks) {
 bool C_ZV_MDL_Import::LoadPhysics() {
   if (!model_) return false;
   std::string path = path::withExtension(settings_.inputPath, ".phy");
-  auto bytes = fileSystem_.readFile(path);
+  auto bytes = readFamilyFile(path);
   if (!bytes) return false;
-  auto phy = legacy::PhyFile::parse(path, ByteView(bytes.value()));
+  auto phy = legacy::PhyFile::parse(path, ByteView(*bytes));
   if (!phy) {
     warning("Collision file rejected: %s\n", phy.message().c_str());
     return false;

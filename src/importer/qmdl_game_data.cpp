@@ -35,6 +35,7 @@ void QmdlWriter::writeDoorOptions() {
 void QmdlWriter::writeParticles() {
   const KeyValues* particles = modelSection("particles");
   if (particles == nullptr) return;
+  converter_.recordInputs(converter_.particles().inputs());
   for (const KeyValues& particle : particles->children()) {
     modeldoc::Node* node = document_.createNode("GenericGameData", "", nullptr);
     if (node == nullptr) continue;

@@ -13,9 +13,9 @@ namespace stdfs = std::filesystem;
 
 namespace {
 
-std::string lexicalAbsolute(std::string_view path) {
+std::string lexicalAbsolute(std::string_view path, const stdfs::path& currentDirectory) {
   stdfs::path p(path::toForwardSlashes(path));
-  if (!p.is_absolute()) p = stdfs::current_path() / p;
+  if (!p.is_absolute()) p = currentDirectory / p;
   std::string out = p.lexically_normal().generic_string();
   while (out.size() > 1 && out.back() == '/') out.pop_back();
   return out;
@@ -41,8 +41,22 @@ std::string safeFileName(std::string_view name) {
   return safe;
 }
 
+// The current folder is asked once: relative output paths are common, and each lookup is
+// a system call.
 Output::Output(std::string outputRoot, scm::SourceControl* sourceControl)
-    : root_(lexicalAbsolute(outputRoot)), sourceControl_(sourceControl) {}
+    : currentDirectory_(stdfs::current_path()),
+      sourceControl_(sourceControl) {
+  root_ = absolute(outputRoot);
+}
+
+std::string Output::absolute(std::string_view path) const { return lexicalAbsolute(path, currentDirectory_); }
+
+void Output::ensureFolder(const stdfs::path& folder) {
+  if (folders_.count(folder.generic_string()) != 0) return;
+  std::error_code ec;
+  stdfs::create_directories(folder, ec);
+  if (!ec) folders_.insert(folder.generic_string());
+}
 
 void Output::beginModel() {
   claimed_.clear();
@@ -50,7 +64,7 @@ void Output::beginModel() {
 }
 
 Result<std::string> Output::checkedPath(std::string_view path) const {
-  std::string full = lexicalAbsolute(path);
+  std::string full = absolute(path);
   bool inside = full.size() > root_.size() && full.compare(0, root_.size(), root_) == 0 &&
                 (root_ == "/" || full[root_.size()] == '/');
   if (!inside) return Error{format("%.*s lies outside the output root %s", int(path.size()), path.data(), root_.c_str())};
@@ -64,25 +78,24 @@ Status Output::write(std::string_view path, std::span<const uint8_t> bytes) {
     return Error{format("%s was already written for this model; the second write is refused", target->c_str())};
   }
   stdfs::path file(*target);
-  std::error_code ec;
-  stdfs::create_directories(file.parent_path(), ec);
+  ensureFolder(file.parent_path());
   scm::ScopedSourceControlWrite guard(sourceControl_, *target);
   Status written = fs::writeFileAtomic(file, bytes);
   if (!written) {
     guard.cancelAdd();
     return written;
   }
-  written_.push_back(*target);
+  if (folderChanged_) folderChanged_(file.parent_path().generic_string());
+  written_.push_back({*target, bytes.size()});
   return Status::success();
 }
 
 Status Output::createFolder(std::string_view path) {
-  std::string full = lexicalAbsolute(path);
+  std::string full = absolute(path);
   auto folder = full == root_ ? Result<std::string>(full) : checkedPath(path);
   if (!folder) return folder.error();
-  std::error_code ec;
-  stdfs::create_directories(*folder, ec);
-  if (!stdfs::is_directory(*folder, ec)) return Error{format("cannot create the folder %s", folder->c_str())};
+  ensureFolder(*folder);
+  if (folders_.count(*folder) == 0) return Error{format("cannot create the folder %s", folder->c_str())};
   return Status::success();
 }
 

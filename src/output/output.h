@@ -6,6 +6,8 @@
 // replacing the first.
 
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <set>
 #include <span>
 #include <string>
@@ -16,9 +18,17 @@
 
 namespace zv {
 
+// A file written for the current model.
+struct WrittenFile {
+  std::string path;
+  uint64_t bytes = 0;
+  friend bool operator==(const WrittenFile&, const WrittenFile&) = default;
+};
+
 class Output {
  public:
-  // sourceControl may be nullptr: no source control.
+  // sourceControl may be nullptr: no source control. Outputs of one run share it, each
+  // converting its own models.
   Output(std::string outputRoot, scm::SourceControl* sourceControl);
 
   const std::string& root() const { return root_; }
@@ -37,14 +47,25 @@ class Output {
   // output root; an error otherwise.
   Result<std::string> checkedPath(std::string_view path) const;
 
-  // Paths written for the current model, in order.
-  const std::vector<std::string>& written() const { return written_; }
+  // Files written for the current model, in order.
+  const std::vector<WrittenFile>& written() const { return written_; }
+
+  // Called with the folder of every file written, so that a cache of folder listings can
+  // forget what the write changed.
+  void onWrite(std::function<void(const std::string& folder)> changed) { folderChanged_ = std::move(changed); }
 
  private:
+  // Creates the folder of a file once for the run.
+  void ensureFolder(const std::filesystem::path& folder);
+  std::string absolute(std::string_view path) const;
+
   std::string root_;
+  std::filesystem::path currentDirectory_;
   scm::SourceControl* sourceControl_;
   std::set<std::string> claimed_;
-  std::vector<std::string> written_;
+  std::set<std::string> folders_;
+  std::vector<WrittenFile> written_;
+  std::function<void(const std::string&)> folderChanged_;
 };
 
 // A name taken from file contents, made usable as a single file-name component:

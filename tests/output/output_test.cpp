@@ -42,7 +42,7 @@ TEST(Output, WritesInsideTheRootOnlyAndOncePerModel) {
   ASSERT_TRUE(out.writeText(dir.file("out/a/b/c.txt"), "hello"));
   EXPECT_EQ(readText(dir.path() / "out/a/b/c.txt"), "hello");
   EXPECT_TRUE(out.writeText(dir.file("out/a/../inside.txt"), "x"));
-  EXPECT_EQ(out.written(), (Calls{dir.file("out/a/b/c.txt"), dir.file("out/inside.txt")}));
+  EXPECT_EQ(out.written(), (std::vector<WrittenFile>{{dir.file("out/a/b/c.txt"), 5}, {dir.file("out/inside.txt"), 1}}));
   for (std::string path :
        {dir.file("out/../escape.txt"), dir.file("outside.txt"), dir.file("out"), dir.file("out2/x.txt"),
         std::string("/etc/passwd"), dir.file("out/a/../../b.txt")}) {
