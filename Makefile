@@ -3,7 +3,10 @@
 PRESET ?= default
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all build test demo asan fuzz bench clean
+.PHONY: all build test demo asan fuzz bench clean deps
+
+# Debian packages the build and the tests use; installed when missing and apt-get can.
+DEB_PACKAGES := cmake:cmake ninja:ninja-build g++:g++ git:git parallel:parallel
 
 all: build
 
@@ -13,7 +16,18 @@ build/build.ninja:
 build: build/build.ninja
 	cmake --build build -j $(JOBS)
 
-test: build
+deps:
+	@missing=""; for pair in $(DEB_PACKAGES); do \
+	  command -v "$${pair%%:*}" >/dev/null 2>&1 || missing="$$missing $${pair#*:}"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  if command -v apt-get >/dev/null 2>&1 && [ "$$(id -u)" = 0 ]; then \
+	    echo "Installing$$missing"; \
+	    apt-get install -y $$missing >/dev/null 2>&1 || { apt-get update >/dev/null && apt-get install -y $$missing; }; \
+	  else echo "Missing packages:$$missing (tests that need them are skipped)"; fi; \
+	fi
+
+test: deps build
 	ctest --test-dir build --output-on-failure -j $(JOBS)
 
 demo: build

@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "base/strings.h"
+#include "kv/keyvalues.h"
 
 namespace zv::app {
 namespace {
@@ -51,6 +52,7 @@ constexpr FlagOption kFlags[] = {
     {"-header_hull_bounds", &RunOptions::headerHullBounds},
     {"-lods", &RunOptions::allLods},
     {"-nop4", &RunOptions::noP4},
+    {"-incremental", &RunOptions::incremental},
 };
 
 LogChannel& log() { return mainLog(); }
@@ -94,6 +96,40 @@ bool isValueOption(std::string_view arg) {
   return false;
 }
 
+constexpr int kMaxJobs = 256;
+
+// The batch options: "-j N", "-report FILE", "-shard K/N". False, with a message, when the
+// value is missing or wrong.
+bool setBatchOption(std::string_view name, const std::string* value, RunOptions& options) {
+  auto fail = [&](const char* expected) {
+    std::string text = value ? format("%.*s %s: %s\n", int(name.size()), name.data(), value->c_str(), expected)
+                             : format("Expected argument for %.*s\n", int(name.size()), name.data());
+    problem(colors::kRed, text.c_str());
+    return false;
+  };
+  if (!value) return fail("");
+  if (equalsNoCase(name, "-report")) {
+    options.reportFile = *value;
+    return true;
+  }
+  if (equalsNoCase(name, "-j")) {
+    int jobs = textToInt(*value);
+    if (jobs < 1 || jobs > kMaxJobs || std::to_string(jobs) != *value) return fail("expected a number of jobs from 1 to 256");
+    options.jobs = jobs;
+    return true;
+  }
+  std::vector<std::string> parts = split(*value, '/');
+  int k = parts.size() == 2 ? textToInt(parts[0]) : 0, n = parts.size() == 2 ? textToInt(parts[1]) : 0;
+  if (n < 1 || k < 1 || k > n || std::to_string(k) + "/" + std::to_string(n) != *value)
+    return fail("expected K/N with 1 <= K <= N");
+  options.shard = std::make_pair(k, n);
+  return true;
+}
+
+bool isBatchOption(std::string_view arg) {
+  return equalsNoCase(arg, "-j") || equalsNoCase(arg, "-report") || equalsNoCase(arg, "-shard");
+}
+
 bool readListFile(const std::string& name, const fs::FileSystem& fileSystem, std::vector<std::string>& specs) {
   auto bytes = fileSystem.readFile(name, kLocal);
   if (!bytes) {
@@ -132,6 +168,11 @@ bool parseArguments(const std::vector<std::string>& args, RunOptions& options, c
         return false;
       }
       setValueOption(arg, args[++i], options);
+      continue;
+    }
+    if (isBatchOption(arg)) {
+      if (!setBatchOption(arg, hasNext ? &args[i + 1] : nullptr, options)) return false;
+      ++i;
       continue;
     }
     if (equalsNoCase(arg, "-scm")) {
@@ -256,6 +297,10 @@ bool parseCommandLine(const std::vector<std::string>& args, RunOptions& options,
   if (!parseArguments(args, options, fileSystem, specs)) return false;
   if (!options.outputRoot) {
     problem(colors::kRed, "Must supply -o for output files\n");
+    return false;
+  }
+  if (options.incremental && !options.reportFile) {
+    problem(colors::kRed, "-incremental needs -report, whose file holds the last run\n");
     return false;
   }
   if (options.inputRoot) {

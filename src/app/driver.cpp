@@ -1,15 +1,21 @@
 #include "app/driver.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <thread>
 
+#include "app/batch.h"
 #include "app/command_line.h"
+#include "app/report.h"
 #include "base/log.h"
+#include "base/strings.h"
+#include "fs/atomic_write.h"
+#include "fs/directory_source.h"
 #include "fs/file_system.h"
 #include "fs/game_info.h"
-#include "importer/converter.h"
+#include "importer/particles.h"
 #include "modeldoc/model_document.h"
-#include "output/output.h"
 #include "scm/source_control.h"
 
 namespace zv::app {
@@ -50,18 +56,51 @@ std::unique_ptr<scm::SourceControl> startSourceControl(const RunOptions& options
   return system;
 }
 
-int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, Output& output) {
-  int total = int(options.inputFiles.size());
+bool readPreviousReport(const std::string& file, RunReport& previous) {
+  auto bytes = fs::readDiskFile(file);
+  if (!bytes) {
+    mainLog().log(Severity::Message, "No report of an earlier run in %s: every model is converted\n", file.c_str());
+    return true;
+  }
+  auto report = parseReport(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+  if (!report) {
+    mainLog().logColor(Severity::Warning, colors::kRed, "%s: %s\n", file.c_str(), report.message().c_str());
+    return false;
+  }
+  previous = std::move(report.value());
+  return true;
+}
+
+Status writeReport(const std::string& file, const RunReport& report) {
+  std::string text = reportJson(report);
+  return fs::writeFileAtomic(file, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+}
+
+int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl& sourceControl) {
+  BatchSettings batch;
+  batch.jobs = options.jobs > 0 ? options.jobs : int(std::max(1u, std::thread::hardware_concurrency()));
+  batch.statusLine = standardErrorIsTerminal();
+  if (options.shard) {
+    batch.models = shardModels(options, options.shard->first, options.shard->second);
+  } else {
+    for (size_t n = 0; n < options.inputFiles.size(); ++n) batch.models.push_back(n);
+  }
+  RunReport previous;
+  if (options.incremental) {
+    if (!readPreviousReport(*options.reportFile, previous)) return 1;
+    batch.previous = &previous;
+  }
+  int total = int(batch.models.size());
   mainLog().logColor(Severity::Message, colors::kCyan, "Beginning conversion of %d models...\n", total);
   // Particle names are looked up in a table built once for the whole run.
   ParticleResolver particles(fileSystem);
-  C_ZV_MDL_Import converter(fileSystem, output, &particles);
-  int failed = 0;
-  for (size_t n = 0; n < options.inputFiles.size(); ++n) {
-    mainLog().logColor(Severity::Message, colors::kCyan, "Conversion of %s\n", options.inputFiles[n].c_str());
-    converter.Setup(options, n);
-    if (!converter.Convert()) ++failed;
-    converter.Reset();
+  scm::SynchronizedSourceControl shared(sourceControl);
+  RunReport report{convertModels(options, fileSystem, &shared, particles, batch)};
+  int failed = int(std::count_if(report.models.begin(), report.models.end(),
+                                 [](const ModelReport& m) { return m.status == "failed"; }));
+  if (options.reportFile) {
+    if (Status written = writeReport(*options.reportFile, report); !written)
+      mainLog().logColor(Severity::Warning, colors::kRed, "Unable to write the report: %s\n", written.message().c_str());
   }
   if (failed > 0) {
     mainLog().logColor(Severity::Message, colors::kRed, "%d mdl files failed to convert and %d mdl files successfully converted\n",
@@ -72,10 +111,39 @@ int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, Outp
   return 0;
 }
 
+// zv_mdl_import -merge-reports OUT.json IN.json...: the shards' reports as one run's.
+int mergeReportsCommand(const std::vector<std::string>& args) {
+  if (args.size() < 3) {
+    mainLog().logColor(Severity::Warning, colors::kRed, "Usage: zv_mdl_import -merge-reports OUT.json IN.json...\n");
+    return 1;
+  }
+  std::vector<RunReport> shards;
+  for (size_t i = 2; i < args.size(); ++i) {
+    RunReport shard;
+    auto bytes = fs::readDiskFile(args[i]);
+    auto parsed = bytes ? parseReport(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()))
+                        : Result<RunReport>(bytes.error());
+    if (!parsed) {
+      mainLog().logColor(Severity::Warning, colors::kRed, "%s: %s\n", args[i].c_str(), parsed.message().c_str());
+      return 1;
+    }
+    shards.push_back(std::move(parsed.value()));
+  }
+  auto merged = mergeReports(std::move(shards));
+  Status written = merged ? writeReport(args[1], *merged) : Status(merged.error());
+  if (!written) {
+    mainLog().logColor(Severity::Warning, colors::kRed, "%s: %s\n", args[1].c_str(), written.message().c_str());
+    return 1;
+  }
+  mainLog().log(Severity::Message, "%zu models merged into %s\n", merged->models.size(), args[1].c_str());
+  return 0;
+}
+
 }  // namespace
 
 int runDriver(const std::vector<std::string>& args) {
   mainLog();  // the channel exists from the start
+  if (!args.empty() && equalsNoCase(args[0], "-merge-reports")) return mergeReportsCommand(args);
   fs::FileSystem fileSystem(std::filesystem::current_path());
   if (!startFileSystem(args, fileSystem)) return 1;
 
@@ -93,8 +161,7 @@ int runDriver(const std::vector<std::string>& args) {
   } modelDocLibRun;
   std::unique_ptr<scm::SourceControl> sourceControl = startSourceControl(options);
   if (LogChannel* perforce = findLogChannel("Perforce")) perforce->setVerbosity(1);
-  Output output(*options.outputRoot, sourceControl.get());
-  int status = convertAll(options, fileSystem, output);
+  int status = convertAll(options, fileSystem, *sourceControl);
   sourceControl->flush();
   return status;
 }

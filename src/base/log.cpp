@@ -60,6 +60,8 @@ void emit(const LogRecord& record) {
 
 }  // namespace
 
+bool standardErrorIsTerminal() { return isatty(fileno(stderr)) != 0; }
+
 std::string ansiColor(std::optional<Color> color) {
   if (!color) return {};
   // Nearest of the eight basic terminal colours: each channel on or off.

@@ -123,6 +123,9 @@ class LogCapture : public LogSink {
   ScopedLogSink scope_;
 };
 
+// Whether standard error is a terminal (a status line may be kept there).
+bool standardErrorIsTerminal();
+
 // ANSI colour escape for an RGBA colour, or "" when none applies.
 std::string ansiColor(std::optional<Color> color);
 

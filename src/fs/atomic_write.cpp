@@ -21,7 +21,8 @@ std::atomic<unsigned> gTemporaryCounter{0};
 int createTemporary(const stdfs::path& target, stdfs::path& temporary) {
   for (int attempt = 0; attempt < 100; ++attempt) {
     temporary = target;
-    temporary += format(".tmp%d-%u", int(getpid()), gTemporaryCounter.fetch_add(1));
+    static const int pid = int(getpid());
+    temporary += format(".tmp%d-%u", pid, gTemporaryCounter.fetch_add(1));
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd >= 0 || errno != EEXIST) return fd;
   }

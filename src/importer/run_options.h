@@ -3,10 +3,11 @@
 // lists run parallel: entry n of each belongs to input file n.
 
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "scm/source_control.h"
-#include <string>
-#include <vector>
 
 namespace zv {
 
@@ -29,6 +30,12 @@ struct RunOptions {
   bool allLods = false;
   std::optional<scm::Backend> sourceControl;  // -scm; nothing chooses automatically
   bool noP4 = false;
+  // Batches: models converted at once (-j; 0: one per core), the run report (-report), a
+  // slice of the input list (-shard k/n, k from 1) and skipping what is up to date.
+  int jobs = 0;
+  std::optional<std::string> reportFile;
+  std::optional<std::pair<int, int>> shard;
+  bool incremental = false;
 };
 
 }  // namespace zv

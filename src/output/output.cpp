@@ -51,11 +51,13 @@ Output::Output(std::string outputRoot, scm::SourceControl* sourceControl)
 
 std::string Output::absolute(std::string_view path) const { return lexicalAbsolute(path, currentDirectory_); }
 
+// A folder is made once per run: its parent first (known ones cost nothing), then itself.
 void Output::ensureFolder(const stdfs::path& folder) {
   if (folders_.count(folder.generic_string()) != 0) return;
+  if (folder.has_relative_path() && folder.parent_path() != folder) ensureFolder(folder.parent_path());
   std::error_code ec;
-  stdfs::create_directories(folder, ec);
-  if (!ec) folders_.insert(folder.generic_string());
+  stdfs::create_directory(folder, ec);
+  if (stdfs::is_directory(folder, ec)) folders_.insert(folder.generic_string());
 }
 
 void Output::beginModel() {

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,6 +44,38 @@ class NoSourceControl final : public SourceControl {
   bool openForEdit(const std::string&, int, int) override { return true; }
   bool openForAdd(const std::string&, int, int) override { return true; }
   bool flush() override { return true; }
+};
+
+// One source-control system shared by threads that convert models side by side: each
+// operation runs alone, in the order the threads ask.
+class SynchronizedSourceControl final : public SourceControl {
+ public:
+  explicit SynchronizedSourceControl(SourceControl& inner) : inner_(inner) {}
+  Backend backend() const override { return inner_.backend(); }
+  void setChangelist(const std::string& changelist) override {
+    std::lock_guard lock(mutex_);
+    inner_.setChangelist(changelist);
+  }
+  int fileState(const std::string& path, int fileType, int changelist) override {
+    std::lock_guard lock(mutex_);
+    return inner_.fileState(path, fileType, changelist);
+  }
+  bool openForEdit(const std::string& path, int fileType, int changelist) override {
+    std::lock_guard lock(mutex_);
+    return inner_.openForEdit(path, fileType, changelist);
+  }
+  bool openForAdd(const std::string& path, int fileType, int changelist) override {
+    std::lock_guard lock(mutex_);
+    return inner_.openForAdd(path, fileType, changelist);
+  }
+  bool flush() override {
+    std::lock_guard lock(mutex_);
+    return inner_.flush();
+  }
+
+ private:
+  SourceControl& inner_;
+  std::mutex mutex_;
 };
 
 // "none", "p4", "git".

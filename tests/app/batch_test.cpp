@@ -1,0 +1,259 @@
+// Batches: models converted several at once give what one at a time gives (files, console
+// and report); shards cover the input list once and their reports merge into the run's;
+// incremental runs skip what is up to date; reports stay valid JSON whatever the names.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <regex>
+
+#include "app/batch.h"
+#include "app/driver.h"
+#include "app/report.h"
+#include "base/log.h"
+#include "base/strings.h"
+#include "support/model_fixtures.h"
+#include "support/test_support.h"
+
+namespace zv::app {
+namespace {
+
+namespace stdfs = std::filesystem;
+using Files = std::map<std::string, std::vector<uint8_t>>;
+
+// A library of forged models in a game folder (the current directory): props in nested
+// folders, animated ones, a model that fails, and a name of awkward bytes.
+struct Library {
+  zv::testing::TempDir dir;
+  zv::testing::ScopedCurrentDir cwd{dir.path()};
+  zv::testing::ScopedEnv noMod{"QMOD", nullptr};
+  zv::testing::ScopedEnv noScm{"P4PORT", nullptr};
+
+  Library() {
+    for (int i = 0; i < 9; ++i) {
+      mdlforge::Description d = zv::testing::crateModel();
+      d.name = "models/set/crate" + std::to_string(i) + ".mdl";
+      if (i % 3 == 0) {
+        mdlforge::RleTrack root;
+        root.rawPosition = Vector3{float(i), 0, 0};
+        mdlforge::Animation walk;
+        walk.name = "walk";
+        walk.frames = 4 + i;
+        walk.tracks = mdlforge::AnimationTracks{{root}, std::nullopt};
+        d.animations = {walk};
+        mdlforge::Sequence seq;
+        seq.name = "walk";
+        d.sequences = {seq};
+      }
+      if (i == 4) d.bodyParts[0].models[0].meshes[0].vertices[0].position = {NAN, 0, 0};  // said once per run
+      zv::testing::writeFamily(zv::testing::buildFiles(d), dir.file(i < 5 ? "models/a" : "models/b/deep"),
+                               "crate" + std::to_string(i));
+    }
+    zv::testing::writeText(dir.path() / "models/a/broken.mdl", "not a model");
+    zv::testing::writeFamily(zv::testing::buildFiles(zv::testing::crateModel()), dir.file("models/b"),
+                             "odd \"name\"\t\xE9");
+  }
+
+  int run(std::vector<std::string> extra, std::string* console = nullptr) {
+    std::vector<std::string> args = {"-i", ".", "-o", "out", "-r"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    args.push_back("models/*.mdl");
+    LogCapture log;
+    int status = runDriver(args);
+    if (console) *console = log.text();
+    return status;
+  }
+
+  Files outputs() const {
+    Files files;
+    for (const auto& entry : stdfs::recursive_directory_iterator(dir.path() / "out")) {
+      if (entry.is_regular_file()) files[stdfs::relative(entry.path(), dir.path()).generic_string()] = zv::testing::readBytes(entry.path());
+    }
+    return files;
+  }
+};
+
+// The report without its times, which are the one thing a run cannot repeat.
+std::string withoutTimes(const std::string& report) {
+  return std::regex_replace(report, std::regex("\"seconds\": [0-9.]+"), "\"seconds\": T");
+}
+
+RunReport readReport(const stdfs::path& file) {
+  auto report = parseReport(zv::testing::readText(file));
+  EXPECT_TRUE(report) << report.message();
+  return report ? std::move(report.value()) : RunReport{};
+}
+
+size_t countOf(const std::vector<std::string>& statuses, const std::string& status) {
+  return size_t(std::count(statuses.begin(), statuses.end(), status));
+}
+
+std::vector<std::string> statuses(const RunReport& report) {
+  std::vector<std::string> out;
+  for (const ModelReport& m : report.models) out.push_back(m.status);
+  return out;
+}
+
+TEST(Batch, SeveralAtOnceGiveWhatOneAtATimeGives) {
+  Library library;
+  std::string console1, console4;
+  EXPECT_EQ(library.run({"-j", "1", "-report", "one.json"}, &console1), 1);
+  Files one = library.outputs();
+  stdfs::remove_all(library.dir.path() / "out");
+  EXPECT_EQ(library.run({"-j", "4", "-report", "four.json"}, &console4), 1);
+  EXPECT_EQ(library.outputs(), one);
+  EXPECT_EQ(console4, console1);
+  std::string report = zv::testing::readText(library.dir.path() / "one.json");
+  EXPECT_EQ(withoutTimes(zv::testing::readText(library.dir.path() / "four.json")), withoutTimes(report));
+  // Each model's lines together, in input order; the once-per-run warning once.
+  EXPECT_NE(console1.find("Beginning conversion of 11 models...\nConversion of " + library.dir.file("models/a/broken.mdl")),
+            std::string::npos);
+  size_t first = console1.find("mdl to dmx: zeroing out invalid vertices");
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_EQ(console1.find("mdl to dmx: zeroing out invalid vertices", first + 1), std::string::npos);
+  RunReport parsed = readReport(library.dir.path() / "one.json");
+  ASSERT_EQ(parsed.models.size(), 11u);
+  EXPECT_EQ(parsed.models[0].status, "failed");
+  EXPECT_FALSE(parsed.models[0].errors.empty());
+  EXPECT_EQ(countOf(statuses(parsed), "converted"), 10u);
+}
+
+TEST(Batch, ShardsCoverTheInputListOnceAndTheirReportsMergeIntoTheRunsReport) {
+  RunOptions options;
+  for (int i = 0; i < 500; ++i) options.inputFiles.push_back(format("/lib/models/m%03d.mdl", i));
+  std::vector<int> seen(options.inputFiles.size(), 0);
+  for (int k = 1; k <= 7; ++k) {
+    std::vector<size_t> slice = shardModels(options, k, 7);
+    EXPECT_GT(slice.size(), 40u);  // a hash spreads them
+    for (size_t model : slice) ++seen[model];
+  }
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), 500);
+  // Adding a model moves none of the others.
+  std::vector<size_t> before = shardModels(options, 3, 7);
+  options.inputFiles.push_back("/lib/models/new.mdl");
+  std::vector<size_t> after = shardModels(options, 3, 7);
+  after.erase(std::remove(after.begin(), after.end(), size_t(500)), after.end());
+  EXPECT_EQ(after, before);
+
+  Library library;
+  library.run({"-j", "2", "-report", "whole.json"});
+  stdfs::remove_all(library.dir.path() / "out");
+  for (int k = 1; k <= 3; ++k) library.run({"-shard", format("%d/3", k), "-report", format("part%d.json", k)});
+  LogCapture log;
+  EXPECT_EQ(runDriver({"-merge-reports", "merged.json", "part3.json", "part1.json", "part2.json"}), 0);
+  EXPECT_EQ(withoutTimes(zv::testing::readText(library.dir.path() / "merged.json")),
+            withoutTimes(zv::testing::readText(library.dir.path() / "whole.json")));
+  // A model in two reports is refused.
+  EXPECT_EQ(runDriver({"-merge-reports", "twice.json", "part1.json", "part1.json"}), 1);
+  EXPECT_FALSE(stdfs::exists(library.dir.path() / "twice.json"));
+}
+
+// The shards of a run spread over processes by GNU parallel, as on a cluster.
+TEST(Batch, ShardsRunByGnuParallel) {
+  if (std::system("command -v parallel >/dev/null 2>&1") != 0) {
+    GTEST_SKIP() << "GNU parallel is not installed (make deps installs it)";
+  }
+  Library library;
+  std::string tool = ZV_TOOL_PATH;
+  // The whole run by the same program, since the report names the program's build.
+  ASSERT_EQ(std::system(("cd '" + library.dir.str() + "' && '" + tool +
+                         "' -report whole.json -i . -o out -r 'models/*.mdl' >/dev/null 2>&1")
+                            .c_str()) >> 8,
+            1);
+  stdfs::remove_all(library.dir.path() / "out");
+  std::string command = "cd '" + library.dir.str() + "' && parallel --will-cite '" + tool +
+                        "' -shard {}/4 -report shard{}.json -i . -o out -r 'models/*.mdl' '>' shard{}.log '2>&1' ::: 1 2 3 4";
+  ASSERT_EQ(std::system(command.c_str()) >> 8, 1) << "the failed model fails its shard";
+  ASSERT_EQ(std::system(("cd '" + library.dir.str() + "' && '" + tool +
+                         "' -merge-reports merged.json shard1.json shard2.json shard3.json shard4.json >/dev/null")
+                            .c_str()),
+            0);
+  EXPECT_EQ(withoutTimes(zv::testing::readText(library.dir.path() / "merged.json")),
+            withoutTimes(zv::testing::readText(library.dir.path() / "whole.json")));
+}
+
+TEST(Batch, IncrementalRunsSkipWhatIsUpToDateAndConvertWhatChanged) {
+  Library library;
+  library.run({"-incremental", "-report", "run.json"});
+  std::vector<std::string> first = statuses(readReport(library.dir.path() / "run.json"));
+  EXPECT_EQ(std::count(first.begin(), first.end(), "skipped"), 0);
+  std::string console;
+  library.run({"-incremental", "-report", "run.json"}, &console);
+  RunReport second = readReport(library.dir.path() / "run.json");
+  // The failed model is tried again; the others are skipped and keep their outputs listed.
+  EXPECT_EQ(statuses(second)[0], "failed");
+  EXPECT_EQ(countOf(statuses(second), "skipped"), 10u);
+  EXPECT_FALSE(second.models[1].outputs.empty());
+  EXPECT_NE(console.find("Up to date since the last run: not converted again\n"), std::string::npos);
+
+  // A changed input, a deleted output and a material that appeared each bring one back.
+  zv::testing::writeBytes(library.dir.path() / "models/a/crate1.dx90.vtx",
+                          zv::testing::buildFiles([] {
+                            mdlforge::Description d = zv::testing::crateModel();
+                            d.name = "models/set/crate1.mdl";
+                            d.strip.vertexCacheSize = 99;
+                            return d;
+                          }()).vtx.value());
+  stdfs::remove(library.dir.path() / "out/models/a/crate2.qmdl");
+  zv::testing::writeText(library.dir.path() / "materials/models/props/crate.qmt", "");
+  library.run({"-incremental", "-report", "run.json"});
+  std::vector<std::string> third = statuses(readReport(library.dir.path() / "run.json"));
+  EXPECT_EQ(third[2], "converted");  // crate1: its strip file changed
+  EXPECT_EQ(third[3], "converted");  // crate2: an output went missing
+  EXPECT_TRUE(stdfs::exists(library.dir.path() / "out/models/a/crate2.qmdl"));
+  // Every crate looks its material up: all of them now find it.
+  EXPECT_EQ(std::count(third.begin(), third.end(), "skipped"), 0);
+  // A changed option converts everything again.
+  library.run({"-incremental", "-report", "run.json"});
+  library.run({"-incremental", "-lods", "-report", "run.json"});
+  std::vector<std::string> fourth = statuses(readReport(library.dir.path() / "run.json"));
+  EXPECT_EQ(std::count(fourth.begin(), fourth.end(), "skipped"), 0);
+}
+
+TEST(Report, NamesOfAnyBytesStayValidJsonAndReadBackTheSame) {
+  RunReport report;
+  ModelReport m;
+  m.index = 3;
+  m.input = std::string("models/odd \"quote\"\\back\tslash\n\x01\xE9\xC3\xA9\xF0\x9F\x98\x80\xFF.mdl");
+  m.status = "converted";
+  m.outputs = {{"out/\xE9.dmx", 12}};
+  m.warnings = {"bad \x80 byte\n"};
+  m.inputs = {{m.input, true, 0xfedcba9876543210ull}};
+  m.probes = {{"materials\\x.qmt", false}};
+  report.models = {m};
+  std::string json = reportJson(report);
+  auto back = parseReport(json);
+  ASSERT_TRUE(back) << back.message();
+  EXPECT_EQ(back->models[0].input, m.input);
+  EXPECT_EQ(back->models[0].outputs[0].path, m.outputs[0].path);
+  EXPECT_EQ(back->models[0].warnings, m.warnings);
+  EXPECT_EQ(back->models[0].inputs[0].hash, 0xfedcba9876543210ull);
+  EXPECT_EQ(reportJson(*back), json);
+  zv::testing::TempDir dir;
+  zv::testing::writeText(dir.path() / "r.json", json);
+  if (std::system("python3 -c pass") == 0) {
+    EXPECT_EQ(std::system(("python3 -c \"import json,sys; r=json.load(open(sys.argv[1])); "
+                           "assert r['summary']['models']==1 and r['models'][0]['index']==3\" '" +
+                           dir.file("r.json") + "'")
+                              .c_str()),
+              0);
+  }
+  for (const char* bad : {"", "{", "[1,2]", "{\"format\": \"other\"}", "{\"format\": \"zv_mdl_import report 1\", \"models\": [{\"index\": \"x\\u12\"}]}"}) {
+    EXPECT_FALSE(parseReport(bad)) << bad;
+  }
+}
+
+TEST(Batch, CommandLineProblemsAreRefused) {
+  Library library;
+  for (std::vector<std::string> args : std::vector<std::vector<std::string>>{
+           {"-j", "0"}, {"-j", "x"}, {"-j", "300"}, {"-shard", "4/3"}, {"-shard", "0/3"}, {"-shard", "1"}, {"-incremental"}, {"-report"}}) {
+    std::string console;
+    EXPECT_EQ(library.run(args, &console), 1) << args[0];
+    EXPECT_EQ(console.find("Beginning conversion"), std::string::npos) << console;
+  }
+}
+
+}  // namespace
+}  // namespace zv::app
