@@ -1,9 +1,9 @@
 # Set-up and everyday commands. Everything builds into build/ (sanitizer, fuzz and
-# benchmark builds into build-asan/, build-fuzz/, build-bench/).
+# benchmark builds into build-asan/, build-tsan/, build-fuzz/, build-bench/).
 PRESET ?= default
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all build test demo asan fuzz bench clean deps
+.PHONY: all build test demo asan tsan fuzz bench clean deps
 
 # Debian packages the build and the tests use; installed when missing and apt-get can.
 DEB_PACKAGES := cmake:cmake ninja:ninja-build g++:g++ git:git parallel:parallel
@@ -39,6 +39,13 @@ asan:
 	cmake --build build-asan -j $(JOBS)
 	ctest --test-dir build-asan --output-on-failure -j $(JOBS)
 
+# The tests that run threads: parallel conversions, the log's thread sinks, shared archives.
+TSAN_TESTS := Batch|Logging|QpkArchiveTest
+tsan:
+	cmake --preset tsan
+	cmake --build build-tsan -j $(JOBS) --target app_tests base_tests qpk_tests zv_mdl_import
+	TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build-tsan --output-on-failure -j $(JOBS) -R '$(TSAN_TESTS)'
+
 fuzz:
 	cmake --preset fuzz
 	cmake --build build-fuzz -j $(JOBS)
@@ -48,4 +55,4 @@ bench:
 	cmake --build build-bench -j $(JOBS)
 
 clean:
-	rm -rf build build-asan build-fuzz build-bench out
+	rm -rf build build-asan build-tsan build-fuzz build-bench out

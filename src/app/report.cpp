@@ -107,19 +107,28 @@ std::string modelJson(const ModelReport& m) {
 // ---- Reading ------------------------------------------------------------------------------
 
 struct Json;
-using JsonObject = std::vector<std::pair<std::string, Json>>;
+struct JsonMember;
+using JsonObject = std::vector<JsonMember>;
 using JsonArray = std::vector<Json>;
 struct Json {
   std::variant<std::nullptr_t, bool, double, std::string, JsonArray, JsonObject> value;
-  const Json* at(std::string_view key) const {
-    const auto* object = std::get_if<JsonObject>(&value);
-    if (object == nullptr) return nullptr;
-    for (const auto& [k, v] : *object) {
-      if (k == key) return &v;
-    }
-    return nullptr;
-  }
+  const Json* at(std::string_view key) const;
 };
+
+struct JsonMember {
+  std::string key;
+  Json value;
+};
+
+// Defined once the members are complete: they hold Json by value.
+const Json* Json::at(std::string_view key) const {
+  const auto* object = std::get_if<JsonObject>(&value);
+  if (object == nullptr) return nullptr;
+  for (const JsonMember& member : *object) {
+    if (member.key == key) return &member.value;
+  }
+  return nullptr;
+}
 
 class JsonReader {
  public:
@@ -191,7 +200,7 @@ class JsonReader {
         if (!string(key) || !take(':')) return fail("bad member");
         Json v;
         if (!value(v, depth + 1)) return false;
-        members.emplace_back(std::move(key), std::move(v));
+        members.push_back({std::move(key), std::move(v)});
       } while (take(','));
       if (!take('}')) return fail("object not closed");
     }

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
+#include "base/strings.h"
+
 namespace zv {
 namespace {
 
@@ -40,6 +45,40 @@ TEST(Logging, CapturesNestAndRestore) {
   }
   warning("outer");
   EXPECT_EQ(outer.text(), "outer");
+}
+
+struct Buffer : LogSink {
+  void write(const LogRecord& record) override { records.push_back(record); }
+  std::vector<LogRecord> records;
+};
+
+// Each worker thread keeps its own lines; replayed in order they reach the run's sink,
+// where a once-per-run message said by every thread gets through once.
+TEST(Logging, ThreadSinksKeepEachThreadsLinesAndOnceKeysHoldAcrossReplays) {
+  LogCapture run;
+  std::vector<Buffer> buffers(4);
+  std::vector<std::thread> threads;
+  for (size_t t = 0; t < buffers.size(); ++t) {
+    threads.emplace_back([&buffers, t] {
+      ScopedThreadLogSink own(buffers[t]);
+      for (int i = 0; i < 50; ++i) {
+        mainLog().log(Severity::Message, "t%zu line %d\n", t, i);
+        warningOnce("test-once", "said once\n");
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (size_t t = 0; t < buffers.size(); ++t) {
+    ASSERT_EQ(buffers[t].records.size(), 51u) << "each buffer lets its first once-record through";
+    EXPECT_EQ(buffers[t].records[0].text, format("t%zu line 0\n", t));
+    replayLog(buffers[t].records);
+  }
+  std::string text = run.text();
+  size_t first = text.find("said once\n");
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_EQ(text.find("said once\n", first + 1), std::string::npos);
+  EXPECT_LT(text.find("t0 line 49\n"), text.find("t1 line 0\n"));
+  EXPECT_EQ(run.records().size(), 4u * 50u + 1u);
 }
 
 TEST(Logging, ColoursMapToTheBasicTerminalColours) {
