@@ -99,7 +99,8 @@ class Worker {
     ModelReport report;
     report.index = model;
     report.input = input;
-    report.settings = settingsFingerprint(options_, model);
+    // The fingerprint hashes the program once per run: only reports keep it.
+    if (options_.reportFile) report.settings = settingsFingerprint(options_, model);
     Clock::time_point start = Clock::now();
     if (const ModelReport* previous = previousReport(input);
         previous != nullptr && upToDate(*previous, report.settings, fileSystem_, output_.root())) {
