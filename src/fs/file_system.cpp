@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/native_path.h"
 #include "base/path.h"
 #include "base/strings.h"
 #include "fs/directory_source.h"
@@ -37,7 +38,7 @@ std::optional<ArchivePath> splitArchivePath(std::string_view path) {
 FileSystem::FileSystem(stdfs::path currentDirectory) : currentDirectory_(std::move(currentDirectory)) {}
 
 stdfs::path FileSystem::absolute(std::string_view path) const {
-  stdfs::path p(path::toForwardSlashes(path));
+  stdfs::path p = native::toPath(path::toForwardSlashes(path));
   return (p.is_absolute() ? p : currentDirectory_ / p).lexically_normal();
 }
 
@@ -62,7 +63,7 @@ void FileSystem::addSource(std::shared_ptr<ContentSource> source, std::string_vi
 }
 
 Result<std::shared_ptr<ContentSource>> FileSystem::openArchive(std::string_view archivePath) const {
-  std::string key = absolute(archivePath).generic_string();
+  std::string key = native::genericFromPath(absolute(archivePath));
   auto it = archives_.find(key);
   if (it == archives_.end()) it = archives_.emplace(key, openQpkArchive(key)).first;
   return it->second;
@@ -84,7 +85,7 @@ std::optional<FileSystem::Located> FileSystem::locateDirect(std::string_view pat
   }
   if (!path::isAbsolute(path)) return std::nullopt;
   stdfs::path full = absolute(path);
-  return Located{diskRoot(full.root_path()), full.relative_path().generic_string()};
+  return Located{diskRoot(full.root_path()), native::genericFromPath(full.relative_path())};
 }
 
 Result<std::vector<uint8_t>> FileSystem::readFile(std::string_view path, std::string_view pathId) const {
@@ -157,7 +158,7 @@ std::optional<std::string> FileSystem::fullPath(std::string_view path, std::stri
 
 bool FileSystem::createDirHierarchy(std::string_view path) {
   std::error_code ec;
-  stdfs::path folder(path::toForwardSlashes(path));
+  stdfs::path folder = native::toPath(path::toForwardSlashes(path));
   stdfs::create_directories(folder, ec);
   return stdfs::is_directory(folder, ec);
 }
