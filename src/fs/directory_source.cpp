@@ -14,6 +14,27 @@
 namespace zv::fs {
 namespace stdfs = std::filesystem;
 
+#ifdef _WIN32
+
+// Listed with the system's own calls: the C library's folder reading under MinGW stops at
+// 260 characters.
+std::vector<DirEntry> listDiskFolder(const stdfs::path& folder) {
+  std::vector<DirEntry> entries;
+  WIN32_FIND_DATAW found;
+  HANDLE search = FindFirstFileExW((folder / L"*").c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0);
+  if (search == INVALID_HANDLE_VALUE) return entries;
+  do {
+    std::wstring_view name = found.cFileName;
+    if (name == L"." || name == L"..") continue;
+    entries.push_back({native::narrow(name), (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+  } while (FindNextFileW(search, &found));
+  FindClose(search);
+  std::sort(entries.begin(), entries.end(), [](const DirEntry& a, const DirEntry& b) { return a.name < b.name; });
+  return entries;
+}
+
+#else
+
 std::vector<DirEntry> listDiskFolder(const stdfs::path& folder) {
   std::vector<DirEntry> entries;
   std::error_code ec;
@@ -25,6 +46,8 @@ std::vector<DirEntry> listDiskFolder(const stdfs::path& folder) {
   std::sort(entries.begin(), entries.end(), [](const DirEntry& a, const DirEntry& b) { return a.name < b.name; });
   return entries;
 }
+
+#endif
 
 #ifdef _WIN32
 
