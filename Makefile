@@ -1,9 +1,9 @@
-# Set-up and everyday commands. Everything builds into build/ (sanitizer, fuzz and
-# benchmark builds into build-asan/, build-tsan/, build-fuzz/, build-bench/).
+# Set-up and everyday commands. Everything builds into build/ (sanitizer, fuzz, benchmark
+# and Windows builds into build-asan/, build-tsan/, build-fuzz/, build-bench/, build-windows/).
 PRESET ?= default
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all build test demo asan tsan fuzz bench clean deps
+.PHONY: all build test demo asan tsan fuzz bench windows clean deps
 
 # Debian packages the build and the tests use; installed when missing and apt-get can.
 DEB_PACKAGES := cmake:cmake ninja:ninja-build g++:g++ git:git parallel:parallel
@@ -54,5 +54,10 @@ bench:
 	cmake --preset bench
 	cmake --build build-bench -j $(JOBS)
 
+# Cross-builds for Windows with MinGW-w64, runs every test under wine and compares the
+# outputs with the Linux build's byte for byte (installs the packages when missing).
+windows: build
+	JOBS=$(JOBS) tools/ci/windows.sh
+
 clean:
-	rm -rf build build-asan build-tsan build-fuzz build-bench out
+	rm -rf build build-asan build-tsan build-fuzz build-bench build-windows out

@@ -17,6 +17,14 @@ if(ZV_FUZZ)
   target_compile_options(zv_settings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# Windows programs carry the project's manifest (long paths, UTF-8 code page).
+if(MINGW)
+  enable_language(RC)
+  add_library(zv_manifest OBJECT ${PROJECT_SOURCE_DIR}/cmake/windows/zv_manifest.rc)
+  target_link_libraries(zv_settings INTERFACE
+    "$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:$<TARGET_OBJECTS:zv_manifest>>")
+endif()
+
 # zv_library(name SOURCES... DEPS...): one static library per folder of src/.
 function(zv_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})

@@ -12,6 +12,7 @@
 #include "app/tool_version.h"
 #include "base/hash.h"
 #include "base/log.h"
+#include "base/native_path.h"
 #include "base/path.h"
 #include "base/strings.h"
 #include "importer/converter.h"
@@ -58,7 +59,7 @@ bool upToDate(const ModelReport& previous, const std::string& settings, const fs
   }
   for (const ReportOutput& output : previous.outputs) {
     std::error_code ec;
-    auto size = stdfs::file_size(stdfs::path(root) / output.path, ec);
+    auto size = stdfs::file_size(native::toPath(root) / native::toPath(output.path), ec);
     if (ec || size != output.bytes) return false;
   }
   return true;

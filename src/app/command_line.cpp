@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "base/log.h"
+#include "base/native_path.h"
 #include "base/path.h"
 #include "base/strings.h"
 #include "kv/keyvalues.h"
@@ -219,7 +220,7 @@ std::optional<std::string> resolveFullPath(const std::string& name, const fs::Fi
   auto found = fileSystem.fullPath(name, kLocal);
   if (!found) return std::nullopt;
   if (fs::splitArchivePath(*found) || path::isAbsolute(*found)) return nativePath(*found);
-  return nativePath((fileSystem.currentDirectory() / *found).generic_string());
+  return nativePath(native::genericFromPath(fileSystem.currentDirectory() / native::toPath(*found)));
 }
 
 void gatherInto(const fs::FileSystem& fileSystem, const std::string& folder, std::string_view pattern, bool recurse,
@@ -305,7 +306,8 @@ bool parseCommandLine(const std::vector<std::string>& args, RunOptions& options,
   }
   if (options.inputRoot) {
     // The root is compared with full input paths, so it is made full too.
-    std::string root = nativePath((fileSystem.currentDirectory() / path::toForwardSlashes(*options.inputRoot)).generic_string());
+    std::string root =
+        nativePath(native::genericFromPath(fileSystem.currentDirectory() / native::toPath(path::toForwardSlashes(*options.inputRoot))));
     while (root.size() > 1 && path::isSeparator(root.back())) root.pop_back();
     options.inputRoot = root;
     (void)fileSystem.addSearchPath(root, kLocal, fs::Placement::Head);

@@ -9,6 +9,7 @@
 #include "app/command_line.h"
 #include "app/report.h"
 #include "base/log.h"
+#include "base/native_path.h"
 #include "base/strings.h"
 #include "fs/atomic_write.h"
 #include "fs/directory_source.h"
@@ -57,7 +58,7 @@ std::unique_ptr<scm::SourceControl> startSourceControl(const RunOptions& options
 }
 
 bool readPreviousReport(const std::string& file, RunReport& previous) {
-  auto bytes = fs::readDiskFile(file);
+  auto bytes = fs::readDiskFile(native::toPath(file));
   if (!bytes) {
     mainLog().log(Severity::Message, "No report of an earlier run in %s: every model is converted\n", file.c_str());
     return true;
@@ -73,7 +74,7 @@ bool readPreviousReport(const std::string& file, RunReport& previous) {
 
 Status writeReport(const std::string& file, const RunReport& report) {
   std::string text = reportJson(report);
-  return fs::writeFileAtomic(file, std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+  return fs::writeFileAtomic(native::toPath(file), std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
 }
 
 int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl& sourceControl) {
@@ -120,7 +121,7 @@ int mergeReportsCommand(const std::vector<std::string>& args) {
   std::vector<RunReport> shards;
   for (size_t i = 2; i < args.size(); ++i) {
     RunReport shard;
-    auto bytes = fs::readDiskFile(args[i]);
+    auto bytes = fs::readDiskFile(native::toPath(args[i]));
     auto parsed = bytes ? parseReport(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()))
                         : Result<RunReport>(bytes.error());
     if (!parsed) {

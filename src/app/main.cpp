@@ -4,8 +4,6 @@
 #include <vector>
 
 #include "app/driver.h"
+#include "base/native_path.h"
 
-int main(int argc, char** argv) {
-  std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
-  return zv::app::runDriver(args);
-}
+int main(int argc, char** argv) { return zv::app::runDriver(zv::native::commandLineArguments(argc, argv)); }

@@ -12,12 +12,12 @@ namespace zv::app {
 namespace {
 
 // The running program's own file; empty where the platform cannot say.
-std::string programFile() {
+std::filesystem::path programFile() {
 #ifdef _WIN32
   wchar_t name[32768];
   DWORD length = GetModuleFileNameW(nullptr, name, DWORD(std::size(name)));
   if (length == 0 || length >= std::size(name)) return {};
-  return std::filesystem::path(std::wstring(name, length)).string();
+  return std::filesystem::path(std::wstring(name, length));
 #else
   return "/proc/self/exe";
 #endif

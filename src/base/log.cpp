@@ -6,8 +6,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <unistd.h>
 
+#include "base/console.h"
 #include "base/strings.h"
 
 namespace zv {
@@ -19,15 +19,8 @@ class ConsoleSink : public LogSink {
  public:
   void write(const LogRecord& record) override {
     FILE* stream = record.severity >= Severity::Warning ? stderr : stdout;
-    bool colour = record.color && isatty(fileno(stream)) && !std::getenv("NO_COLOR");
-    if (colour) {
-      std::fputs(ansiColor(record.color).c_str(), stream);
-      std::fputs(record.text.c_str(), stream);
-      std::fputs("\033[0m", stream);
-    } else {
-      std::fwrite(record.text.data(), 1, record.text.size(), stream);
-    }
-    std::fflush(stream);
+    bool colour = record.color && !std::getenv("NO_COLOR") && console::showsColour(stream);
+    console::write(stream, colour ? ansiColor(record.color) + record.text + "\033[0m" : record.text);
   }
 };
 
@@ -60,7 +53,8 @@ void emit(const LogRecord& record) {
 
 }  // namespace
 
-bool standardErrorIsTerminal() { return isatty(fileno(stderr)) != 0; }
+// A terminal that takes control sequences: on Windows, a console in virtual-terminal mode.
+bool standardErrorIsTerminal() { return console::showsColour(stderr); }
 
 std::string ansiColor(std::optional<Color> color) {
   if (!color) return {};

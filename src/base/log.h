@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/strings.h"
+
 namespace zv {
 
 enum class Severity : int { Detail = 1, Message = 2, Warning = 3, Error = 4 };
@@ -53,8 +55,8 @@ class LogChannel {
   // Messages below this severity are dropped (1 shows everything).
   void setVerbosity(int minimumSeverity) { minimum_ = minimumSeverity; }
 
-  void log(Severity severity, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
-  void logColor(Severity severity, Color color, const char* fmt, ...) __attribute__((format(printf, 4, 5)));
+  void log(Severity severity, const char* fmt, ...) ZV_PRINTF_FORMAT(3, 4);
+  void logColor(Severity severity, Color color, const char* fmt, ...) ZV_PRINTF_FORMAT(4, 5);
 
  private:
   friend LogChannel& logChannel(std::string_view name);
@@ -73,10 +75,10 @@ inline constexpr std::string_view kMainChannel = "ZvMdlImport";
 inline LogChannel& mainLog() { return logChannel(kMainChannel); }
 
 // The plain warning print: printf-style text to the warning stream.
-void warning(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+void warning(const char* fmt, ...) ZV_PRINTF_FORMAT(1, 2);
 // The plain warning print of a message said once per run however often it happens: the
 // run's sink (or a model's buffer, then the run's sink) lets the first one through.
-void warningOnce(std::string_view key, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+void warningOnce(std::string_view key, const char* fmt, ...) ZV_PRINTF_FORMAT(2, 3);
 
 // Replaces the sink for the lifetime of the object; the previous sink comes back after.
 class ScopedLogSink {

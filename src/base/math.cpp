@@ -45,12 +45,14 @@ QAngle matrixAngles(const Matrix3x4& mat) {
   const auto& m = mat.m;
   double xy = std::sqrt(double(m[0][0]) * m[0][0] + double(m[1][0]) * m[1][0]);
   double pitch, yaw, roll;
+  // In double: C libraries differ in the last bit of the float arc tangent, but their
+  // double results agree once rounded to the float that is stored.
   if (xy > 0.001) {
-    yaw = std::atan2(m[1][0], m[0][0]);
-    pitch = std::atan2(-m[2][0], xy);
-    roll = std::atan2(m[2][1], m[2][2]);
+    yaw = std::atan2(double(m[1][0]), double(m[0][0]));
+    pitch = std::atan2(-double(m[2][0]), xy);
+    roll = std::atan2(double(m[2][1]), double(m[2][2]));
   } else {
-    yaw = std::atan2(-m[0][1], m[1][1]);
+    yaw = std::atan2(-double(m[0][1]), double(m[1][1]));
     pitch = std::atan2(-m[2][0], xy);
     roll = 0;
   }

@@ -3,11 +3,37 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "base/native_path.h"
 #include "base/path.h"
 #include "base/strings.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 namespace zv::fs {
 namespace stdfs = std::filesystem;
+
+#ifdef _WIN32
+
+// Listed with the system's own calls: the C library's folder reading under MinGW stops at
+// 260 characters.
+std::vector<DirEntry> listDiskFolder(const stdfs::path& folder) {
+  std::vector<DirEntry> entries;
+  WIN32_FIND_DATAW found;
+  HANDLE search = FindFirstFileExW((folder / L"*").c_str(), FindExInfoBasic, &found, FindExSearchNameMatch, nullptr, 0);
+  if (search == INVALID_HANDLE_VALUE) return entries;
+  do {
+    std::wstring_view name = found.cFileName;
+    if (name == L"." || name == L"..") continue;
+    entries.push_back({native::narrow(name), (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0});
+  } while (FindNextFileW(search, &found));
+  FindClose(search);
+  std::sort(entries.begin(), entries.end(), [](const DirEntry& a, const DirEntry& b) { return a.name < b.name; });
+  return entries;
+}
+
+#else
 
 std::vector<DirEntry> listDiskFolder(const stdfs::path& folder) {
   std::vector<DirEntry> entries;
@@ -15,14 +41,16 @@ std::vector<DirEntry> listDiskFolder(const stdfs::path& folder) {
   stdfs::directory_iterator it(folder, ec), end;
   for (; !ec && it != end; it.increment(ec)) {
     std::error_code typeError;
-    entries.push_back({it->path().filename().string(), it->is_directory(typeError)});
+    entries.push_back({native::fromPath(it->path().filename()), it->is_directory(typeError)});
   }
   std::sort(entries.begin(), entries.end(), [](const DirEntry& a, const DirEntry& b) { return a.name < b.name; });
   return entries;
 }
 
+#endif
+
 std::shared_ptr<const FolderCache::Listing> FolderCache::listing(const stdfs::path& folder) {
-  std::string key = folder.generic_string();
+  std::string key = native::genericFromPath(folder);
   {
     std::lock_guard lock(mutex_);
     auto found = listings_.find(key);
@@ -46,7 +74,7 @@ std::shared_ptr<const FolderCache::Listing> FolderCache::listing(const stdfs::pa
 void FolderCache::forget(const stdfs::path& folder) {
   std::lock_guard lock(mutex_);
   for (stdfs::path at = folder;; at = at.parent_path()) {
-    listings_.erase(at.generic_string());
+    listings_.erase(native::genericFromPath(at));
     if (!at.has_relative_path()) break;
   }
 }
@@ -61,7 +89,7 @@ std::optional<DiskEntry> findOnDisk(FolderCache& cache, const stdfs::path& root,
     if (found == listing->exact.end()) found = listing->folded.find(toLower(part));
     if (found == listing->folded.end()) return std::nullopt;
     const DirEntry& entry = listing->entries[found->second];
-    at = {at.path / entry.name, entry.isDirectory};
+    at = {at.path / native::toPath(entry.name), entry.isDirectory};
   }
   if (at.path == root && !cache.listing(root)) return std::nullopt;
   return at;
@@ -69,8 +97,12 @@ std::optional<DiskEntry> findOnDisk(FolderCache& cache, const stdfs::path& root,
 
 Result<std::vector<uint8_t>> readDiskFile(const stdfs::path& file) {
   // One open, one size query and one read: files are read whole.
-  std::FILE* in = std::fopen(file.string().c_str(), "rb");
-  if (in == nullptr) return Error{"cannot open " + file.string()};
+#ifdef _WIN32
+  std::FILE* in = _wfopen(file.c_str(), L"rb");
+#else
+  std::FILE* in = std::fopen(file.c_str(), "rb");
+#endif
+  if (in == nullptr) return Error{"cannot open " + native::fromPath(file)};
   std::vector<uint8_t> bytes;
   bool ok = std::fseek(in, 0, SEEK_END) == 0;
   long size = ok ? std::ftell(in) : -1;
@@ -80,16 +112,16 @@ Result<std::vector<uint8_t>> readDiskFile(const stdfs::path& file) {
     ok = std::fread(bytes.data(), 1, bytes.size(), in) == bytes.size();
   }
   std::fclose(in);
-  if (!ok) return Error{"cannot read " + file.string()};
+  if (!ok) return Error{"cannot read " + native::fromPath(file)};
   return bytes;
 }
 
 DirectorySource::DirectorySource(stdfs::path root, std::shared_ptr<FolderCache> cache)
-    : root_(std::move(root)), location_(root_.generic_string()), cache_(std::move(cache)) {}
+    : root_(std::move(root)), location_(native::genericFromPath(root_)), cache_(std::move(cache)) {}
 
 Result<std::vector<uint8_t>> DirectorySource::read(std::string_view relative) const {
   auto file = findOnDisk(*cache_, root_, relative);
-  if (!file || file->isDirectory) return Error{"no such file: " + (root_ / std::string(relative)).generic_string()};
+  if (!file || file->isDirectory) return Error{"no such file: " + native::genericFromPath(root_ / native::toPath(relative))};
   return readDiskFile(file->path);
 }
 
@@ -111,7 +143,7 @@ std::vector<DirEntry> DirectorySource::list(std::string_view folder) const {
 
 std::string DirectorySource::fullPath(std::string_view relative) const {
   auto file = findOnDisk(*cache_, root_, relative);
-  return (file ? file->path : root_ / std::string(relative)).lexically_normal().generic_string();
+  return native::genericFromPath((file ? file->path : root_ / native::toPath(relative)).lexically_normal());
 }
 
 }  // namespace zv::fs

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/native_path.h"
 #include "base/path.h"
 #include "base/strings.h"
 #include "fs/directory_source.h"
@@ -33,10 +34,10 @@ std::optional<ArchivePath> splitArchivePath(std::string_view path) {
 FileSystem::FileSystem(stdfs::path currentDirectory)
     : currentDirectory_(std::move(currentDirectory)), folders_(std::make_shared<FolderCache>()) {}
 
-void FileSystem::folderChanged(const std::string& folder) const { folders_->forget(stdfs::path(folder)); }
+void FileSystem::folderChanged(const std::string& folder) const { folders_->forget(native::toPath(folder)); }
 
 stdfs::path FileSystem::absolute(std::string_view path) const {
-  stdfs::path p(path::toForwardSlashes(path));
+  stdfs::path p = native::toPath(path::toForwardSlashes(path));
   return (p.is_absolute() ? p : currentDirectory_ / p).lexically_normal();
 }
 
@@ -61,7 +62,7 @@ void FileSystem::addSource(std::shared_ptr<ContentSource> source, std::string_vi
 }
 
 Result<std::shared_ptr<ContentSource>> FileSystem::openArchive(std::string_view archivePath) const {
-  std::string key = absolute(archivePath).generic_string();
+  std::string key = native::genericFromPath(absolute(archivePath));
   std::lock_guard lock(archivesMutex_);
   auto it = archives_.find(key);
   if (it == archives_.end()) it = archives_.emplace(key, openQpkArchive(key)).first;
@@ -85,7 +86,7 @@ std::optional<FileSystem::Located> FileSystem::locateDirect(std::string_view pat
   if (!path::isAbsolute(path)) return std::nullopt;
   stdfs::path full = absolute(path);
   // A whole-disk source for absolute names: "/" (or a drive root) as its root.
-  return Located{std::make_shared<DirectorySource>(full.root_path(), folders_), full.relative_path().generic_string()};
+  return Located{std::make_shared<DirectorySource>(full.root_path(), folders_), native::genericFromPath(full.relative_path())};
 }
 
 Result<std::vector<uint8_t>> FileSystem::readFile(std::string_view path, std::string_view pathId) const {
@@ -158,7 +159,7 @@ std::optional<std::string> FileSystem::fullPath(std::string_view path, std::stri
 
 bool FileSystem::createDirHierarchy(std::string_view path) {
   std::error_code ec;
-  stdfs::path folder(path::toForwardSlashes(path));
+  stdfs::path folder = native::toPath(path::toForwardSlashes(path));
   stdfs::create_directories(folder, ec);
   return stdfs::is_directory(folder, ec);
 }

@@ -1,6 +1,7 @@
 #include "fs/game_info.h"
 
 #include "base/log.h"
+#include "base/native_path.h"
 #include "base/path.h"
 #include "base/strings.h"
 #include "fs/directory_source.h"
@@ -34,13 +35,13 @@ bool namesGameOrMod(const GameSearchPath& entry) {
 }  // namespace
 
 ModLocation locateMod(const stdfs::path& gameDirectory, const std::string& mod) {
-  stdfs::path modPath(path::toForwardSlashes(mod));
+  stdfs::path modPath = native::toPath(path::toForwardSlashes(mod));
   if (!modPath.is_absolute()) return {gameDirectory, mod};
   modPath = modPath.lexically_normal();
   if (modPath.filename().empty()) modPath = modPath.parent_path();
   stdfs::path inside = modPath.lexically_relative(gameDirectory);
-  if (!inside.empty() && *inside.begin() != "..") return {gameDirectory, inside.generic_string()};
-  return {modPath.parent_path(), modPath.filename().string()};
+  if (!inside.empty() && *inside.begin() != "..") return {gameDirectory, native::genericFromPath(inside)};
+  return {modPath.parent_path(), native::fromPath(modPath.filename())};
 }
 
 Result<std::vector<GameSearchPath>> parseGameInfo(std::string_view text) {
@@ -61,7 +62,7 @@ Result<std::vector<GameSearchPath>> parseGameInfo(std::string_view text) {
 
 Result<GameInfo> loadGameInfo(const stdfs::path& gameDirectory, const std::string& mod, bool named) {
   ModLocation where = locateMod(gameDirectory, mod);
-  GameInfo info{where.gameDirectory, where.mod, where.gameDirectory / where.mod, {}, false};
+  GameInfo info{where.gameDirectory, where.mod, where.gameDirectory / native::toPath(where.mod), {}, false};
   stdfs::path file = info.modDirectory / "gameinfo.gi";
   auto bytes = readDiskFile(file);
   if (!bytes && !named) {
@@ -70,7 +71,7 @@ Result<GameInfo> loadGameInfo(const stdfs::path& gameDirectory, const std::strin
     info.embeddedDefault = true;
     return info;
   }
-  std::string directory = info.modDirectory.generic_string();
+  std::string directory = native::genericFromPath(info.modDirectory);
   if (!bytes) {
     return Error{format("Application unable to load gameinfo.gi file from directory \"%s\"\n%s", directory.c_str(),
                         (bytes.message() + "\n").c_str())};
@@ -88,13 +89,13 @@ std::string resolveSearchPathValue(const GameInfo& info, std::string_view value)
   std::string text = path::toForwardSlashes(value);
   stdfs::path resolved;
   if (startsWithNoCase(text, "|mod|")) {
-    resolved = info.modDirectory / text.substr(5);
-  } else if (stdfs::path(text).is_absolute()) {
-    resolved = text;
+    resolved = info.modDirectory / native::toPath(text.substr(5));
+  } else if (native::toPath(text).is_absolute()) {
+    resolved = native::toPath(text);
   } else {
-    resolved = info.gameDirectory / text;
+    resolved = info.gameDirectory / native::toPath(text);
   }
-  std::string out = resolved.lexically_normal().generic_string();
+  std::string out = native::genericFromPath(resolved.lexically_normal());
   if (out.size() > 1 && out.back() == '/') out.pop_back();
   std::string_view base = path::fileBase(out);
   bool directoryFile = base.size() >= 4 && equalsNoCase(base.substr(base.size() - 4), "_dir");
@@ -108,7 +109,7 @@ void mountGameInfo(FileSystem& fileSystem, const GameInfo& info) {
     std::string location = resolveSearchPathValue(info, entry.value);
     bool archive = equalsNoCase(path::extension(location), "qpk");
     std::error_code ec;
-    if (archive && !stdfs::exists(location, ec)) {
+    if (archive && !stdfs::exists(native::toPath(location), ec)) {
       warning("Search path archive %s does not exist; skipped\n", location.c_str());
       continue;
     }

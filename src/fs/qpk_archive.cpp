@@ -1,61 +1,15 @@
 #include "fs/qpk_archive.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <limits>
 
 #include "base/crc32.h"
+#include "base/native_path.h"
 #include "base/strings.h"
+#include "fs/positioned_file.h"
 
 namespace zv::fs {
-
-// A read-only file read with positioned reads: no shared file position, so any number of
-// threads may read through one descriptor at once.
-class PositionedFile {
- public:
-  static Result<std::shared_ptr<PositionedFile>> open(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return Error{format("cannot open %s: %s", path.c_str(), std::strerror(errno))};
-    auto file = std::shared_ptr<PositionedFile>(new PositionedFile(fd));
-    struct stat info {};
-    if (::fstat(fd, &info) != 0)
-      return Error{format("cannot examine %s: %s", path.c_str(), std::strerror(errno))};
-    if (!S_ISREG(info.st_mode)) return Error{format("%s is not a file", path.c_str())};
-    file->size_ = static_cast<uint64_t>(info.st_size);
-    return file;
-  }
-  ~PositionedFile() { ::close(fd_); }
-  PositionedFile(const PositionedFile&) = delete;
-  PositionedFile& operator=(const PositionedFile&) = delete;
-
-  // The size when the file was opened; offsets are checked against it before reading.
-  uint64_t size() const { return size_; }
-
-  // Fills out from offset; false when the file ends first or the read fails.
-  bool readAt(uint64_t offset, uint8_t* out, size_t count) const {
-    while (count > 0) {
-      if (offset > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) return false;
-      ssize_t got = ::pread(fd_, out, std::min<size_t>(count, size_t{1} << 30), static_cast<off_t>(offset));
-      if (got < 0 && errno == EINTR) continue;
-      if (got <= 0) return false;
-      out += got;
-      offset += static_cast<uint64_t>(got);
-      count -= static_cast<size_t>(got);
-    }
-    return true;
-  }
-
- private:
-  explicit PositionedFile(int fd) : fd_(fd) {}
-  int fd_;
-  uint64_t size_ = 0;
-};
 
 namespace {
 
@@ -76,7 +30,7 @@ std::string qpkDirectoryFileFor(const std::string& path) {
   if (!endsWithNoCase(path, ".qpk") || endsWithNoCase(path, "_dir.qpk")) return path;
   std::string candidate = path.substr(0, path.size() - 4) + "_dir.qpk";
   std::error_code ec;
-  return std::filesystem::is_regular_file(candidate, ec) ? candidate : path;
+  return std::filesystem::is_regular_file(native::toPath(candidate), ec) ? candidate : path;
 }
 
 std::string qpkDataFilePath(const std::string& directoryFile, uint16_t index) {
@@ -86,7 +40,7 @@ std::string qpkDataFilePath(const std::string& directoryFile, uint16_t index) {
 Result<std::shared_ptr<QpkArchive>> QpkArchive::open(const std::string& path) {
   // Absolute, so that full paths name the file from anywhere.
   std::string location =
-      std::filesystem::absolute(qpkDirectoryFileFor(path)).lexically_normal().generic_string();
+      native::genericFromPath(std::filesystem::absolute(native::toPath(qpkDirectoryFileFor(path))).lexically_normal());
   auto fail = [&](const std::string& why) { return Error{"cannot open archive " + location + ": " + why}; };
   auto file = PositionedFile::open(location);
   if (!file) return fail(file.message());

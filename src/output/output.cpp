@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "base/log.h"
+#include "base/native_path.h"
 #include "base/path.h"
 #include "base/strings.h"
 #include "fs/atomic_write.h"
@@ -14,9 +15,9 @@ namespace stdfs = std::filesystem;
 namespace {
 
 std::string lexicalAbsolute(std::string_view path, const stdfs::path& currentDirectory) {
-  stdfs::path p(path::toForwardSlashes(path));
+  stdfs::path p = native::toPath(path::toForwardSlashes(path));
   if (!p.is_absolute()) p = currentDirectory / p;
-  std::string out = p.lexically_normal().generic_string();
+  std::string out = native::genericFromPath(p.lexically_normal());
   while (out.size() > 1 && out.back() == '/') out.pop_back();
   return out;
 }
@@ -26,6 +27,33 @@ bool unsafeCharacter(char c) {
   return u < 0x20 || u == 0x7f || std::string_view("/\\:*?\"<>|").find(c) != std::string_view::npos;
 }
 
+bool trailingDotOrSpace(char c) { return c == '.' || c == ' '; }
+
+// Windows opens a device, not a file, for these names with any extension; the three
+// superscript digits count as digits there too.
+bool reservedDeviceName(std::string_view name) {
+  std::string_view stem = name.substr(0, name.find('.'));
+  while (!stem.empty() && stem.back() == ' ') stem.remove_suffix(1);
+  for (std::string_view device : {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$", "CLOCK$"}) {
+    if (equalsNoCase(stem, device)) return true;
+  }
+  if (stem.size() < 4 || !(startsWithNoCase(stem, "COM") || startsWithNoCase(stem, "LPT"))) return false;
+  std::string_view digit = stem.substr(3);
+  return (digit.size() == 1 && digit[0] >= '1' && digit[0] <= '9') || digit == "\xC2\xB9" || digit == "\xC2\xB2" ||
+         digit == "\xC2\xB3";
+}
+
+// Why a component of an output path below the root would not name the same plain file
+// on every system, or nullptr: a colon opens a stream of another file on Windows, which
+// also drops trailing dots and spaces and reads device names as devices.
+const char* unportableComponent(std::string_view component) {
+  if (component.find(':') != std::string_view::npos) return "holds a colon";
+  if (!component.empty() && trailingDotOrSpace(component.back()) && component != "." && component != "..")
+    return "ends with a dot or a space";
+  if (reservedDeviceName(component)) return "is a device name";
+  return nullptr;
+}
+
 }  // namespace
 
 std::string safeFileName(std::string_view name) {
@@ -33,7 +61,9 @@ std::string safeFileName(std::string_view name) {
   for (char& c : safe) {
     if (unsafeCharacter(c)) c = '_';
   }
-  if (safe.find_first_not_of('.') == std::string::npos) safe = "_" + safe;
+  for (size_t i = safe.size(); i > 0 && trailingDotOrSpace(safe[i - 1]); --i) safe[i - 1] = '_';
+  if (safe.empty()) safe.assign(1, '_');
+  if (reservedDeviceName(safe)) safe = "_" + safe;
   if (safe != name) {
     mainLog().log(Severity::Warning, "Name \"%.*s\" from the model cannot be used as a file name; using \"%s\"\n",
                   int(name.size()), name.data(), safe.c_str());
@@ -53,11 +83,12 @@ std::string Output::absolute(std::string_view path) const { return lexicalAbsolu
 
 // A folder is made once per run: its parent first (known ones cost nothing), then itself.
 void Output::ensureFolder(const stdfs::path& folder) {
-  if (folders_.count(folder.generic_string()) != 0) return;
+  std::string key = native::genericFromPath(folder);
+  if (folders_.count(key) != 0) return;
   if (folder.has_relative_path() && folder.parent_path() != folder) ensureFolder(folder.parent_path());
   std::error_code ec;
   stdfs::create_directory(folder, ec);
-  if (stdfs::is_directory(folder, ec)) folders_.insert(folder.generic_string());
+  if (stdfs::is_directory(folder, ec)) folders_.insert(std::move(key));
 }
 
 void Output::beginModel() {
@@ -68,8 +99,13 @@ void Output::beginModel() {
 Result<std::string> Output::checkedPath(std::string_view path) const {
   std::string full = absolute(path);
   bool inside = full.size() > root_.size() && full.compare(0, root_.size(), root_) == 0 &&
-                (root_ == "/" || full[root_.size()] == '/');
+                (root_.back() == '/' || full[root_.size()] == '/');
   if (!inside) return Error{format("%.*s lies outside the output root %s", int(path.size()), path.data(), root_.c_str())};
+  for (const std::string& component : split(std::string_view(full).substr(root_.size()), '/')) {
+    if (const char* why = unportableComponent(component)) {
+      return Error{format("%s cannot be written: \"%s\" %s", full.c_str(), component.c_str(), why)};
+    }
+  }
   return full;
 }
 
@@ -79,7 +115,7 @@ Status Output::write(std::string_view path, std::span<const uint8_t> bytes) {
   if (!claimed_.insert(*target).second) {
     return Error{format("%s was already written for this model; the second write is refused", target->c_str())};
   }
-  stdfs::path file(*target);
+  stdfs::path file = native::toPath(*target);
   ensureFolder(file.parent_path());
   scm::ScopedSourceControlWrite guard(sourceControl_, *target);
   Status written = fs::writeFileAtomic(file, bytes);
@@ -87,7 +123,7 @@ Status Output::write(std::string_view path, std::span<const uint8_t> bytes) {
     guard.cancelAdd();
     return written;
   }
-  if (folderChanged_) folderChanged_(file.parent_path().generic_string());
+  if (folderChanged_) folderChanged_(native::genericFromPath(file.parent_path()));
   written_.push_back({*target, bytes.size()});
   return Status::success();
 }
@@ -96,7 +132,7 @@ Status Output::createFolder(std::string_view path) {
   std::string full = absolute(path);
   auto folder = full == root_ ? Result<std::string>(full) : checkedPath(path);
   if (!folder) return folder.error();
-  ensureFolder(*folder);
+  ensureFolder(native::toPath(*folder));
   if (folders_.count(*folder) == 0) return Error{format("cannot create the folder %s", folder->c_str())};
   return Status::success();
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/native_path.h"
 #include "scm/process.h"
 
 namespace zv::scm {
@@ -55,7 +56,7 @@ bool GitSourceControl::openForEdit(const std::string&, int, int) { return true; 
 
 bool GitSourceControl::openForAdd(const std::string& path, int, int) {
   std::error_code ec;
-  fs::path absolute = fs::absolute(path, ec);
+  fs::path absolute = fs::absolute(native::toPath(path), ec);
   if (ec || path.empty()) {
     systemLog().log(Severity::Warning, "git: cannot add \"%s\": %s\n", path.c_str(), ec.message().c_str());
     return false;
@@ -79,12 +80,12 @@ bool GitSourceControl::flush() {
     if (!seen.insert(file).second) continue;
     const std::optional<fs::path>& top = workTreeOf(file.parent_path());
     if (!top) {
-      systemLog().log(Severity::Detail, "git: %s is not in a repository\n", file.string().c_str());
+      systemLog().log(Severity::Detail, "git: %s is not in a repository\n", native::fromPath(file).c_str());
       continue;
     }
     auto group = std::find_if(groups.begin(), groups.end(), [&](const auto& g) { return g.first == *top; });
     if (group == groups.end()) group = groups.insert(groups.end(), {*top, {}});
-    group->second.push_back(file.lexically_relative(*top).generic_string());
+    group->second.push_back(native::genericFromPath(file.lexically_relative(*top)));
   }
 
   bool ok = true;
@@ -109,7 +110,7 @@ const std::optional<fs::path>& GitSourceControl::workTreeOf(const fs::path& fold
 
 bool GitSourceControl::addToWorkTree(const fs::path& top, const std::vector<std::string>& relativePaths) {
   // Literal pathspecs: generated names may hold '*', '?' or '[' and still mean one file.
-  const std::vector<std::string> git{program_, "-C", top.string(), "--literal-pathspecs"};
+  const std::vector<std::string> git{program_, "-C", native::fromPath(top), "--literal-pathspecs"};
   auto command = [&](std::initializer_list<const char*> words, const std::vector<std::string>& paths) {
     std::vector<std::string> argv = git;
     argv.insert(argv.end(), words.begin(), words.end());
@@ -122,7 +123,7 @@ bool GitSourceControl::addToWorkTree(const fs::path& top, const std::vector<std:
   ProcessResult listed =
       runLogged(command({"ls-files", "-z", "--others", "--exclude-standard", "--"}, relativePaths));
   if (!listed.ok()) {
-    systemLog().log(Severity::Warning, "git: cannot list new files in %s: %s\n", top.string().c_str(),
+    systemLog().log(Severity::Warning, "git: cannot list new files in %s: %s\n", native::fromPath(top).c_str(),
                     failureText(listed).c_str());
     return false;
   }
@@ -132,7 +133,7 @@ bool GitSourceControl::addToWorkTree(const fs::path& top, const std::vector<std:
   ProcessResult added = runLogged(command({"add", "--"}, untracked));
   if (!added.ok()) {
     systemLog().log(Severity::Warning, "git: adding %zu files in %s failed: %s\n", untracked.size(),
-                    top.string().c_str(), failureText(added).c_str());
+                    native::fromPath(top).c_str(), failureText(added).c_str());
     return false;
   }
   return true;

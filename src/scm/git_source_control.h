@@ -19,9 +19,14 @@ namespace zv::scm {
 class GitSourceControl final : public SourceControl {
  public:
   // Queued files are handed to git when this many are waiting (and at flush). The bound
-  // on bytes keeps one batch's command line well inside every system's limit.
+  // on bytes keeps one batch's command line well inside every system's limit (Windows
+  // takes 32767 UTF-16 units, which UTF-8 bytes never undercount).
   static constexpr size_t kBatchFiles = 256;
+#ifdef _WIN32
+  static constexpr size_t kBatchBytes = 24 * 1024;
+#else
   static constexpr size_t kBatchBytes = 64 * 1024;
+#endif
 
   // program: the git to run, a full path or a name looked up on the PATH.
   explicit GitSourceControl(std::string program);

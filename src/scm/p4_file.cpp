@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "base/native_path.h"
 
 #ifdef _WIN32
 #include <windows.h>
@@ -17,13 +18,14 @@ LogChannel& fileLog() { return logChannel("P4File"); }
 
 std::string sourceControlPath(std::string path) {
 #ifdef _WIN32
-  char shortPath[260];
-  DWORD length = GetShortPathNameA(path.c_str(), shortPath, sizeof shortPath);
-  if (length == 0 || length >= sizeof shortPath) return path;
-  char longPath[260];
-  length = GetLongPathNameA(shortPath, longPath, sizeof longPath);
-  if (length == 0 || length >= sizeof longPath) return path;
-  return std::string(longPath, length);
+  std::wstring wide = native::widen(path);
+  wchar_t shortPath[260];
+  DWORD length = GetShortPathNameW(wide.c_str(), shortPath, 260);
+  if (length == 0 || length >= 260) return path;
+  wchar_t longPath[260];
+  length = GetLongPathNameW(shortPath, longPath, 260);
+  if (length == 0 || length >= 260) return path;
+  return native::narrow(std::wstring_view(longPath, length));
 #else
   return path;
 #endif

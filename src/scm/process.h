@@ -33,6 +33,12 @@ inline constexpr size_t kMaxCapturedOutput = 16u << 20;
 // PATH), or nothing.
 std::optional<std::string> findOnPath(std::string_view program, std::string_view pathList);
 
+// The command line that hands argv to a Windows program unchanged, under the rules its C
+// runtime (and CommandLineToArgvW) splits a command line by.
+std::string windowsCommandLine(const std::vector<std::string>& argv);
+// One argument of it: quoted where needed, with backslashes doubled before quotes.
+std::string windowsArgument(std::string_view arg);
+
 // Text for a log line: "prog arg1 'arg 2'" (quoted where a shell would need it).
 std::string describeCommand(const std::vector<std::string>& argv);
 

@@ -21,7 +21,8 @@ struct Fixture {
   void touch(std::initializer_list<const char*> names) {
     for (const char* name : names) writeText(dir.file(name), "x");
   }
-  std::string abs(std::string_view relative) const { return dir.file(relative); }
+  // Full paths as the tool gives them: in the platform's own spelling.
+  std::string abs(std::string_view relative) const { return zv::testing::nativeSpelling(dir.file(relative)); }
   bool parse(const std::vector<std::string>& args) { return parseCommandLine(args, options, fileSystem); }
   const LogRecord* record(std::string_view text) const {
     for (const LogRecord& r : log.records()) {

@@ -52,7 +52,7 @@ TEST(Driver, AFailedModelDoesNotStopTheOthersAndFailsTheRunInRed) {
   LogCapture log;
   EXPECT_EQ(runDriver({"-o", "out", "-r", "models/*.mdl"}), 1);
   for (const std::string& line : {std::string("Beginning conversion of 3 models...\n"),
-                                  "Conversion of " + game.dir.file("models/broken.mdl") + "\n"}) {
+                                  "Conversion of " + zv::testing::nativeSpelling(game.dir.file("models/broken.mdl")) + "\n"}) {
     const LogRecord* r = findRecord(log, line);
     ASSERT_NE(r, nullptr) << log.text();
     EXPECT_EQ(r->color, colors::kCyan);

@@ -1,7 +1,6 @@
 #include "dmx/dm_dump.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -81,11 +80,13 @@ TEST(DumpDmx, DeepElementsArePrintedApartAndEveryElementOnce) {
       << text;
 }
 
-// Runs a command; its exit status and everything it printed.
-std::pair<int, std::string> run(const std::string& command) {
-  zv::testing::TempDir dir;
-  int status = std::system((command + " >'" + dir.file("out") + "' 2>&1").c_str());
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, zv::testing::readText(dir.file("out"))};
+// Runs a program; its exit status and everything it printed, with line ends as "\n"
+// (Windows writes text to a stream as "\r\n").
+std::pair<int, std::string> run(const std::vector<std::string>& argv) {
+  zv::testing::ProgramRun run = zv::testing::runProgram(argv);
+  std::string text = run.out + run.err;
+  std::erase(text, '\r');
+  return {run.status, text};
 }
 
 TEST(DmxDumpTool, PrintsAWrittenFileAndFailsOnABrokenOne) {
@@ -93,12 +94,11 @@ TEST(DmxDumpTool, PrintsAWrittenFileAndFailsOnABrokenOne) {
   SampleTree sample;
   std::vector<uint8_t> bytes = mustSave(*sample.root);
   EXPECT_EQ(dumpDmx(mustRead(bytes)), kSampleDump);
-  const std::string tool = std::string(ZV_DMXDUMP_PATH) + " '" + dir.str() + "/";
   zv::testing::writeBytes(dir.file("sample.dmx"), bytes);
-  EXPECT_EQ(run(tool + "sample.dmx'"), std::make_pair(0, std::string(kSampleDump)));
+  EXPECT_EQ(run({ZV_DMXDUMP_PATH, dir.file("sample.dmx")}), std::make_pair(0, std::string(kSampleDump)));
   bytes.resize(bytes.size() - 3);
   zv::testing::writeBytes(dir.file("cut.dmx"), bytes);
-  auto [status, output] = run(tool + "cut.dmx'");
+  auto [status, output] = run({ZV_DMXDUMP_PATH, dir.file("cut.dmx")});
   EXPECT_EQ(status, 1);
   EXPECT_NE(output.find("cut.dmx: DMX: unexpected end of data"), std::string::npos) << output;
 }
@@ -106,7 +106,7 @@ TEST(DmxDumpTool, PrintsAWrittenFileAndFailsOnABrokenOne) {
 TEST(DmxDumpTool, ImporterModeListsWhatImportersRefuse) {
   zv::testing::TempDir dir;
   SampleTree sample;
-  const std::string tool = std::string(ZV_DMXDUMP_PATH) + " --importer '" + dir.file("sample.dmx") + "'";
+  const std::vector<std::string> tool{ZV_DMXDUMP_PATH, "--importer", dir.file("sample.dmx")};
   zv::testing::writeBytes(dir.file("sample.dmx"), mustSave(*sample.root));
   EXPECT_EQ(run(tool), std::make_pair(0, std::string()));
   sample.root->setElement("skeleton", nullptr);
@@ -117,13 +117,13 @@ TEST(DmxDumpTool, ImporterModeListsWhatImportersRefuse) {
 TEST(IndependentReader, AcceptsEveryTypeInBothVariants) {
   std::filesystem::path reader = zv::testing::sharedDir() / "tools" / "dmxread.py";
   if (zv::testing::sharedDir().empty() || !std::filesystem::exists(reader) ||
-      run("python3 -c pass").first != 0)
+      run({"python3", "-c", "pass"}).first != 0)
     GTEST_SKIP() << "no python3 or no shared tools";
   zv::testing::TempDir dir;
   testing::EveryTypeTree t;
   for (const char* encoding : {"binary", "binary_seqids"}) {
     zv::testing::writeBytes(dir.file("every.dmx"), mustSave(*t.root, encoding));
-    auto [status, output] = run("python3 '" + reader.string() + "' '" + dir.file("every.dmx") + "' --dump");
+    auto [status, output] = run({"python3", reader.string(), dir.file("every.dmx"), "--dump"});
     EXPECT_EQ(status, 0) << output;
     EXPECT_NE(output.find("prefix: [('anim_frameRate', 30.0)"), std::string::npos) << output;
     EXPECT_NE(output.find("vector3_array_empty : vector3_array = []"), std::string::npos) << output;

@@ -27,12 +27,13 @@ TEST(GameInfo, ReadsSearchPathsInOrderWithTheirIds) {
 }
 
 TEST(GameInfo, ModNamesResolveAgainstTheGameDirectory) {
-  EXPECT_EQ(locateMod("/games/g", "zorv").mod, "zorv");
-  ModLocation outside = locateMod("/games/g", "/elsewhere/content/mymod");
-  EXPECT_EQ(outside.gameDirectory, "/elsewhere/content");
+  const std::string root = zv::testing::absoluteRoot();
+  EXPECT_EQ(locateMod(root + "games/g", "zorv").mod, "zorv");
+  ModLocation outside = locateMod(root + "games/g", root + "elsewhere/content/mymod");
+  EXPECT_EQ(outside.gameDirectory, root + "elsewhere/content");
   EXPECT_EQ(outside.mod, "mymod");
-  ModLocation inside = locateMod("/games/g", "/games/g/mods/x/");
-  EXPECT_EQ(inside.gameDirectory, "/games/g");
+  ModLocation inside = locateMod(root + "games/g", root + "games/g/mods/x/");
+  EXPECT_EQ(inside.gameDirectory, root + "games/g");
   EXPECT_EQ(inside.mod, "mods/x");
 }
 

@@ -6,7 +6,15 @@
 #include <random>
 #include <sstream>
 #include <stdexcept>
+
+#include "scm/process.h"
+
+#ifdef _WIN32
+#include <process.h>
+#define getpid _getpid
+#else
 #include <unistd.h>
+#endif
 
 namespace zv::testing {
 namespace fs = std::filesystem;
@@ -45,19 +53,28 @@ ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name) {
     had_ = true;
     old_ = old;
   }
-  if (value) {
-    setenv(name, value, 1);
-  } else {
-    unsetenv(name);
-  }
+  set(value);
 }
 
-ScopedEnv::~ScopedEnv() {
-  if (had_) {
-    setenv(name_.c_str(), old_.c_str(), 1);
+ScopedEnv::~ScopedEnv() { set(had_ ? old_.c_str() : nullptr); }
+
+void ScopedEnv::set(const char* value) {
+#ifdef _WIN32
+  // An empty value removes the variable on Windows.
+  _putenv_s(name_.c_str(), value ? value : "");
+#else
+  if (value) {
+    setenv(name_.c_str(), value, 1);
   } else {
     unsetenv(name_.c_str());
   }
+#endif
+}
+
+ProgramRun runProgram(const std::vector<std::string>& argv) {
+  scm::ProcessResult result = scm::runProcess(argv, std::chrono::minutes(2));
+  if (!result.started) return {-1, result.startError, result.startError};
+  return {result.exitCode, result.out, result.err};
 }
 
 std::vector<uint8_t> readBytes(const fs::path& file) {
@@ -80,6 +97,24 @@ void writeBytes(const fs::path& file, const std::vector<uint8_t>& bytes) {
 
 void writeText(const fs::path& file, std::string_view text) {
   writeBytes(file, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
+std::string nativeSpelling(std::string_view path) {
+  std::string out(path);
+#ifdef _WIN32
+  for (char& c : out) {
+    if (c == '/') c = '\\';
+  }
+#endif
+  return out;
+}
+
+std::string absoluteRoot() {
+#ifdef _WIN32
+  return "C:/";
+#else
+  return "/";
+#endif
 }
 
 fs::path sourceDir() {

@@ -44,16 +44,32 @@ class ScopedEnv {
   ~ScopedEnv();
 
  private:
+  void set(const char* value);
   std::string name_;
   bool had_ = false;
   std::string old_;
 };
+
+// A program run to its end, without a shell: its exit status (-1 when it could not be
+// started) and what it printed on each stream.
+struct ProgramRun {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+ProgramRun runProgram(const std::vector<std::string>& argv);
 
 std::vector<uint8_t> readBytes(const std::filesystem::path& file);
 std::string readText(const std::filesystem::path& file);
 // Writes the file, creating missing parent folders.
 void writeBytes(const std::filesystem::path& file, const std::vector<uint8_t>& bytes);
 void writeText(const std::filesystem::path& file, std::string_view text);
+
+// A "/"-separated path in the spelling the platform's own paths take ("\" on Windows),
+// as the tool reports full paths.
+std::string nativeSpelling(std::string_view path);
+// The root of absolute paths in tests that name made-up places: "/" or "C:/".
+std::string absoluteRoot();
 
 // The project's source folder (from the test environment, else the compile-time path).
 std::filesystem::path sourceDir();

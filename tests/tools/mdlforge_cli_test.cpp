@@ -2,9 +2,7 @@
 // descriptions, and bad command lines or descriptions fail with a message.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "support/test_support.h"
@@ -20,17 +18,13 @@ struct ForgeRun {
   std::string errors;
 };
 
-ForgeRun runForge(const std::string& arguments, const TempDir& scratch) {
-  std::string errorFile = scratch.file("stderr.txt");
-  std::string command = std::string("\"") + MDLFORGE_PATH + "\" " + arguments + " 2> \"" + errorFile + "\"";
-  int raw = std::system(command.c_str());
-  ForgeRun run;
-  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  run.errors = zv::testing::readText(errorFile);
-  return run;
+ForgeRun runForge(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), MDLFORGE_PATH);
+  zv::testing::ProgramRun run = zv::testing::runProgram(arguments);
+  return {run.status, run.err};
 }
 
-std::string quoted(const fs::path& path) { return "\"" + path.string() + "\""; }
+std::string pathArg(const fs::path& path) { return path.string(); }
 
 TEST(MdlforgeCli, RegeneratesEveryCommittedSampleByteForByte) {
   std::vector<fs::path> descriptions;
@@ -41,7 +35,7 @@ TEST(MdlforgeCli, RegeneratesEveryCommittedSampleByteForByte) {
   for (const fs::path& description : descriptions) {
     SCOPED_TRACE(description.string());
     TempDir out;
-    ForgeRun run = runForge(quoted(description) + " " + quoted(out.path() / "models"), out);
+    ForgeRun run = runForge({pathArg(description), pathArg(out.path() / "models")});
     ASSERT_EQ(run.status, 0) << run.errors;
     // Every file the description gives is committed, and nothing more.
     for (const char* extension : {".mdl", ".qvd", ".dx90.vtx", ".ani"}) {
@@ -59,22 +53,22 @@ TEST(MdlforgeCli, WritesOnlyTheFilesAskedForAndFailsWithAMessage) {
   TempDir dir;
   zv::testing::writeText(dir.path() / "d.txt",
                          R"("model" { "name" "models\x\thing.mdl" "stripfile" { "write" "0" } })");
-  ForgeRun good = runForge(quoted(dir.path() / "d.txt") + " " + quoted(dir.path() / "out"), dir);
+  ForgeRun good = runForge({pathArg(dir.path() / "d.txt"), pathArg(dir.path() / "out")});
   ASSERT_EQ(good.status, 0) << good.errors;
   EXPECT_TRUE(fs::exists(dir.path() / "out/thing.mdl"));
   EXPECT_TRUE(fs::exists(dir.path() / "out/thing.qvd"));
   EXPECT_FALSE(fs::exists(dir.path() / "out/thing.dx90.vtx"));
 
-  ForgeRun usage = runForge("only-one-argument", dir);
+  ForgeRun usage = runForge({"only-one-argument"});
   EXPECT_EQ(usage.status, 2);
   EXPECT_NE(usage.errors.find("usage: mdlforge DESCRIPTION OUTDIR"), std::string::npos);
 
-  ForgeRun missing = runForge(quoted(dir.path() / "absent.txt") + " " + quoted(dir.path()), dir);
+  ForgeRun missing = runForge({pathArg(dir.path() / "absent.txt"), pathArg(dir.path())});
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.errors.find("cannot read"), std::string::npos);
 
   zv::testing::writeText(dir.path() / "bad.txt", R"("model" { "hull_min" "1 2" })");
-  ForgeRun bad = runForge(quoted(dir.path() / "bad.txt") + " " + quoted(dir.path() / "out2"), dir);
+  ForgeRun bad = runForge({pathArg(dir.path() / "bad.txt"), pathArg(dir.path() / "out2")});
   EXPECT_EQ(bad.status, 1);
   EXPECT_NE(bad.errors.find("bad.txt: model > \"hull_min\" needs 3 numbers"), std::string::npos)
       << bad.errors;
