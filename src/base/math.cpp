@@ -17,9 +17,13 @@ QAngle toQAngle(const RadianEuler& r) { return {r.y * kRadToDeg, r.z * kRadToDeg
 RadianEuler toRadianEuler(const QAngle& a) { return {a.roll * kDegToRad, a.pitch * kDegToRad, a.yaw * kDegToRad}; }
 
 Matrix3x4 angleMatrix(const QAngle& angles) {
-  double sp = std::sin(angles.pitch * kDegToRad), cp = std::cos(angles.pitch * kDegToRad);
-  double sy = std::sin(angles.yaw * kDegToRad), cy = std::cos(angles.yaw * kDegToRad);
-  double sr = std::sin(angles.roll * kDegToRad), cr = std::cos(angles.roll * kDegToRad);
+  // The angles in radians as floats, their sines and cosines in double: the float versions
+  // of sin and cos differ in the last bit between C libraries, the double ones do not
+  // once the results are rounded to float.
+  const double pitch = angles.pitch * kDegToRad, yaw = angles.yaw * kDegToRad, roll = angles.roll * kDegToRad;
+  double sp = std::sin(pitch), cp = std::cos(pitch);
+  double sy = std::sin(yaw), cy = std::cos(yaw);
+  double sr = std::sin(roll), cr = std::cos(roll);
   Matrix3x4 out;
   auto& m = out.m;
   m[0][0] = float(cp * cy);
