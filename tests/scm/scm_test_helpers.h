@@ -32,18 +32,22 @@ inline EnvironmentLookup fixedEnvironment(std::map<std::string, std::string> val
   };
 }
 
-// The p4 stand-in (tests/scm/p4) in a folder of its own, with its server table and call
+// The p4 stand-in (p4_double.cpp) in a folder of its own, with its server table and call
 // record beside it, named by ZV_P4_DOUBLE_DIR for the object's lifetime.
 class P4Double {
  public:
-  // Copied so that the test does not depend on the checkout keeping the execute bit.
-  P4Double() { writeScript(dir_.path() / "bin/p4", readText(zv::testing::sourceDir() / "tests/scm/p4")); }
+  // The stand-in program, copied in as "p4" (with the platform's program suffix).
+  P4Double() {
+    std::filesystem::path program(ZV_P4_DOUBLE_PATH);
+    std::filesystem::create_directories(dir_.path() / "bin");
+    std::filesystem::copy_file(program, dir_.path() / "bin" / ("p4" + program.extension().string()));
+  }
   std::string binFolder() const { return dir_.file("bin"); }
   std::string file(const std::string& name) const { return dir_.file("ws/" + name); }
   // Puts a file on the server, submitted at rev (0 = never) and opened by this client
   // with action ("" = not opened).
   void addFile(const std::string& clientPath, int rev, const std::string& action = "") {
-    std::ofstream(dir_.path() / "depot", std::ios::app)
+    std::ofstream(dir_.path() / "depot", std::ios::binary | std::ios::app)
         << format("%s|//depot%s|%d|edit|%s|%s\n", clientPath.c_str(), clientPath.c_str(), rev, action.c_str(),
                   action.empty() ? "" : "default");
   }
