@@ -141,7 +141,8 @@ bool replaceFile(const stdfs::path& from, const stdfs::path& to) { return std::r
 Handle createTemporary(const stdfs::path& target, stdfs::path& temporary) {
   for (int attempt = 0; attempt < 100; ++attempt) {
     temporary = target;
-    temporary += native::toPath(format(".tmp%lu-%u", processId(), gTemporaryCounter.fetch_add(1)));
+    static const unsigned long pid = processId();  // asked once: it is a system call per file otherwise
+    temporary += native::toPath(format(".tmp%lu-%u", pid, gTemporaryCounter.fetch_add(1)));
     bool exists = false;
     Handle handle = createExclusive(temporary, exists);
     if (handle != kNoHandle || !exists) return handle;
