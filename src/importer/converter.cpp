@@ -31,6 +31,7 @@ void C_ZV_MDL_Import::Setup(const RunOptions& options, size_t index) {
   s.writeWeaponAnimPrefab = options.writeWeaponAnimPrefab;
   s.headerHullBounds = options.headerHullBounds;
   s.allLods = options.allLods;
+  s.fingerprintInputs = options.reportFile.has_value();
   paths_ = buildModelPaths(s.outputFolder, s.baseName);
   output_.beginModel();
 }

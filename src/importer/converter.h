@@ -41,6 +41,8 @@ struct ModelSettings {
   bool writeWeaponAnimPrefab = false;
   bool headerHullBounds = false;
   bool allLods = false;
+  // Content hashes of the files read, which only a run report keeps (for -incremental).
+  bool fingerprintInputs = false;
 };
 
 class C_ZV_MDL_Import {

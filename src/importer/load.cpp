@@ -11,7 +11,7 @@ std::optional<std::vector<uint8_t>> C_ZV_MDL_Import::readFamilyFile(const std::s
   auto bytes = fileSystem_.readFile(path);
   InputFile& record = inputsRead_.emplace_back(InputFile{path, bytes.ok(), 0});
   if (!bytes) return std::nullopt;
-  record.hash = fnv1a64(bytes->data(), bytes->size());
+  if (settings_.fingerprintInputs) record.hash = fnv1a64(bytes->data(), bytes->size());
   return std::move(bytes.value());
 }
 
