@@ -1,6 +1,7 @@
 #include "fs/directory_source.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 
 #include "base/native_path.h"
@@ -95,18 +96,28 @@ std::optional<DiskEntry> findOnDisk(FolderCache& cache, const stdfs::path& root,
   return at;
 }
 
+namespace {
+
+#ifdef _WIN32
+std::FILE* openForReading(const stdfs::path& file) { return _wfopen(file.c_str(), L"rb"); }
+// 64-bit positions: long is 32 bits on Windows.
+bool seekTo(std::FILE* in, int origin) { return _fseeki64(in, 0, origin) == 0; }
+int64_t position(std::FILE* in) { return _ftelli64(in); }
+#else
+std::FILE* openForReading(const stdfs::path& file) { return std::fopen(file.c_str(), "rb"); }
+bool seekTo(std::FILE* in, int origin) { return std::fseek(in, 0, origin) == 0; }
+int64_t position(std::FILE* in) { return std::ftell(in); }
+#endif
+
+}  // namespace
+
 Result<std::vector<uint8_t>> readDiskFile(const stdfs::path& file) {
   // One open, one size query and one read: files are read whole.
-#ifdef _WIN32
-  std::FILE* in = _wfopen(file.c_str(), L"rb");
-#else
-  std::FILE* in = std::fopen(file.c_str(), "rb");
-#endif
+  std::FILE* in = openForReading(file);
   if (in == nullptr) return Error{"cannot open " + native::fromPath(file)};
   std::vector<uint8_t> bytes;
-  bool ok = std::fseek(in, 0, SEEK_END) == 0;
-  long size = ok ? std::ftell(in) : -1;
-  ok = size >= 0 && std::fseek(in, 0, SEEK_SET) == 0;
+  int64_t size = seekTo(in, SEEK_END) ? position(in) : -1;
+  bool ok = size >= 0 && seekTo(in, SEEK_SET);
   if (ok) {
     bytes.resize(size_t(size));
     ok = std::fread(bytes.data(), 1, bytes.size(), in) == bytes.size();
