@@ -16,6 +16,7 @@
 #include "base/path.h"
 #include "base/strings.h"
 #include "importer/converter.h"
+#include "importer/qmdl_paths.h"
 #include "output/output.h"
 
 namespace zv::app {
@@ -36,11 +37,15 @@ struct Finished {
   std::vector<LogRecord> log;
 };
 
-std::string relativeTo(const std::string& root, const std::string& path) {
-  std::string out = path::toForwardSlashes(path);
-  if (out.size() > root.size() && out.compare(0, root.size(), root) == 0 && out[root.size()] == '/')
-    return out.substr(root.size() + 1);
-  return out;
+// The last run's record of each input, looked up by every worker.
+using PreviousReports = std::map<std::string, const ModelReport*, std::less<>>;
+
+PreviousReports indexByInput(const RunReport* previous) {
+  PreviousReports index;
+  if (previous != nullptr) {
+    for (const ModelReport& m : previous->models) index.emplace(m.input, &m);
+  }
+  return index;
 }
 
 // Whether the previous run's outputs of a model still stand: same settings, the same
@@ -69,10 +74,10 @@ bool upToDate(const ModelReport& previous, const std::string& settings, const fs
 class Worker {
  public:
   Worker(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl* sourceControl,
-         ParticleResolver& particles, const BatchSettings& settings)
+         ParticleResolver& particles, const PreviousReports& previous)
       : options_(options),
         fileSystem_(fileSystem),
-        settings_(settings),
+        previous_(previous),
         output_(*options.outputRoot, sourceControl),
         converter_(fileSystem, output_, &particles) {
     output_.onWrite([&fileSystem](const std::string& folder) { fileSystem.folderChanged(folder); });
@@ -114,7 +119,7 @@ class Worker {
       converter_.Setup(options_, model);
       report.status = converter_.Convert() ? "converted" : "failed";
       for (const WrittenFile& file : output_.written())
-        report.outputs.push_back({relativeTo(output_.root(), file.path), file.bytes});
+        report.outputs.push_back({relativeToBaseFolder(file.path, output_.root()), file.bytes});
       for (const InputFile& file : converter_.inputsRead()) report.inputs.push_back({file.path, file.exists, file.hash});
       for (const MaterialProbe& probe : converter_.materialProbes()) report.probes.push_back({probe.path, probe.exists});
       converter_.Reset();
@@ -123,21 +128,16 @@ class Worker {
     return report;
   }
 
-  const ModelReport* previousReport(const std::string& input) {
-    if (settings_.previous == nullptr) return nullptr;
-    if (previousByInput_.empty()) {
-      for (const ModelReport& m : settings_.previous->models) previousByInput_.emplace(m.input, &m);
-    }
-    auto found = previousByInput_.find(input);
-    return found == previousByInput_.end() ? nullptr : found->second;
+  const ModelReport* previousReport(const std::string& input) const {
+    auto found = previous_.find(input);
+    return found == previous_.end() ? nullptr : found->second;
   }
 
   const RunOptions& options_;
   const fs::FileSystem& fileSystem_;
-  const BatchSettings& settings_;
+  const PreviousReports& previous_;
   Output output_;
   C_ZV_MDL_Import converter_;
-  std::map<std::string, const ModelReport*> previousByInput_;
 };
 
 // One line on standard error, rewritten in place; cleared before anything else is printed.
@@ -184,7 +184,7 @@ std::vector<size_t> shardModels(const RunOptions& options, int k, int n) {
   std::vector<size_t> models;
   for (size_t i = 0; i < options.inputFiles.size(); ++i) {
     std::string key = path::toForwardSlashes(options.inputFiles[i]);
-    if (options.inputRoot) key = relativeTo(path::toForwardSlashes(*options.inputRoot), key);
+    if (options.inputRoot) key = relativeToBaseFolder(key, *options.inputRoot);
     uint64_t hash = fnv1a64(reinterpret_cast<const uint8_t*>(key.data()), key.size());
     if (hash % uint64_t(n) == uint64_t(k - 1)) models.push_back(i);
   }
@@ -199,10 +199,11 @@ std::vector<ModelReport> convertModels(const RunOptions& options, const fs::File
   std::mutex mutex;
   std::condition_variable ready;
   std::atomic<size_t> next{0};
+  const PreviousReports previous = indexByInput(settings.previous);
 
   // Workers take models in input order, so that the printer rarely waits long.
   auto work = [&] {
-    Worker worker(options, fileSystem, sourceControl, particles, settings);
+    Worker worker(options, fileSystem, sourceControl, particles, previous);
     for (size_t i = next++; i < count; i = next++) {
       Finished done = worker.run(settings.models[i]);
       std::lock_guard lock(mutex);

@@ -57,13 +57,21 @@ std::unique_ptr<scm::SourceControl> startSourceControl(const RunOptions& options
   return system;
 }
 
-bool readPreviousReport(const std::string& file, RunReport& previous) {
+// A report file as the tool wrote it; found tells a missing file from a broken one.
+Result<RunReport> readReportFile(const std::string& file, bool& found) {
   auto bytes = fs::readDiskFile(native::toPath(file));
-  if (!bytes) {
+  found = bytes.ok();
+  if (!bytes) return bytes.error();
+  return parseReport(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+}
+
+bool readPreviousReport(const std::string& file, RunReport& previous) {
+  bool found = false;
+  Result<RunReport> report = readReportFile(file, found);
+  if (!found) {
     mainLog().log(Severity::Message, "No report of an earlier run in %s: every model is converted\n", file.c_str());
     return true;
   }
-  auto report = parseReport(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
   if (!report) {
     mainLog().logColor(Severity::Warning, colors::kRed, "%s: %s\n", file.c_str(), report.message().c_str());
     return false;
@@ -74,7 +82,8 @@ bool readPreviousReport(const std::string& file, RunReport& previous) {
 
 Status writeReport(const std::string& file, const RunReport& report) {
   std::string text = reportJson(report);
-  return fs::writeFileAtomic(native::toPath(file), std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+  auto bytes = std::span<const uint8_t>(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+  return fs::writeFileAtomic(native::toPath(file), bytes);
 }
 
 int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl& sourceControl) {
@@ -120,10 +129,8 @@ int mergeReportsCommand(const std::vector<std::string>& args) {
   }
   std::vector<RunReport> shards;
   for (size_t i = 2; i < args.size(); ++i) {
-    RunReport shard;
-    auto bytes = fs::readDiskFile(native::toPath(args[i]));
-    auto parsed = bytes ? parseReport(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()))
-                        : Result<RunReport>(bytes.error());
+    bool found = false;
+    Result<RunReport> parsed = readReportFile(args[i], found);
     if (!parsed) {
       mainLog().logColor(Severity::Warning, colors::kRed, "%s: %s\n", args[i].c_str(), parsed.message().c_str());
       return 1;
