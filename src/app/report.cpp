@@ -64,18 +64,12 @@ std::string quoted(std::string_view text) {
 
 std::string hexHash(uint64_t hash) { return format("%016llx", static_cast<unsigned long long>(hash)); }
 
-std::string strings(const std::vector<std::string>& list, const std::string& indent) {
-  if (list.empty()) return "[]";
-  std::string out = "[\n";
-  for (size_t i = 0; i < list.size(); ++i) out += indent + "  " + quoted(list[i]) + (i + 1 < list.size() ? ",\n" : "\n");
-  return out + indent + "]";
-}
-
+// A JSON array of the list's items, one a line; show gives each item's JSON text.
 template <class T, class Show>
-std::string objects(const std::vector<T>& list, const std::string& indent, Show show) {
+std::string jsonList(const std::vector<T>& list, const std::string& indent, Show show) {
   if (list.empty()) return "[]";
   std::string out = "[\n";
-  for (size_t i = 0; i < list.size(); ++i) out += indent + "  {" + show(list[i]) + "}" + (i + 1 < list.size() ? ",\n" : "\n");
+  for (size_t i = 0; i < list.size(); ++i) out += indent + "  " + show(list[i]) + (i + 1 < list.size() ? ",\n" : "\n");
   return out + indent + "]";
 }
 
@@ -88,18 +82,18 @@ std::string modelJson(const ModelReport& m) {
   out += in + "\"input\": " + quoted(m.input) + ",\n";
   out += in + "\"status\": " + quoted(m.status) + ",\n";
   out += in + "\"seconds\": " + seconds(m.seconds) + ",\n";
-  out += in + "\"outputs\": " + objects(m.outputs, in, [](const ReportOutput& o) {
-           return "\"path\": " + quoted(o.path) + ", \"bytes\": " + std::to_string(o.bytes);
+  out += in + "\"outputs\": " + jsonList(m.outputs, in, [](const ReportOutput& o) {
+           return "{\"path\": " + quoted(o.path) + ", \"bytes\": " + std::to_string(o.bytes) + "}";
          }) + ",\n";
-  out += in + "\"warnings\": " + strings(m.warnings, in) + ",\n";
-  out += in + "\"errors\": " + strings(m.errors, in) + ",\n";
+  out += in + "\"warnings\": " + jsonList(m.warnings, in, quoted) + ",\n";
+  out += in + "\"errors\": " + jsonList(m.errors, in, quoted) + ",\n";
   out += in + "\"settings\": " + quoted(m.settings) + ",\n";
-  out += in + "\"inputs\": " + objects(m.inputs, in, [](const ReportInput& i) {
-           return "\"path\": " + quoted(i.path) + ", \"exists\": " + (i.exists ? "true" : "false") +
-                  ", \"hash\": \"" + hexHash(i.hash) + "\"";
+  out += in + "\"inputs\": " + jsonList(m.inputs, in, [](const ReportInput& i) {
+           return "{\"path\": " + quoted(i.path) + ", \"exists\": " + (i.exists ? "true" : "false") +
+                  ", \"hash\": \"" + hexHash(i.hash) + "\"}";
          }) + ",\n";
-  out += in + "\"probes\": " + objects(m.probes, in, [](const ReportProbe& p) {
-           return "\"path\": " + quoted(p.path) + ", \"exists\": " + (p.exists ? "true" : "false");
+  out += in + "\"probes\": " + jsonList(m.probes, in, [](const ReportProbe& p) {
+           return "{\"path\": " + quoted(p.path) + ", \"exists\": " + (p.exists ? "true" : "false") + "}";
          }) + "\n";
   return out + "    }";
 }

@@ -50,7 +50,8 @@ struct RunReport {
 inline constexpr std::string_view kReportFormat = "zv_mdl_import report 1";
 
 // The report as JSON text: the same report gives the same bytes. Names of any bytes are
-// escaped so that the text is valid JSON (bytes that are not UTF-8 are read as Latin-1).
+// escaped so that the text is valid JSON; a byte that is not part of UTF-8 is written as
+// the escape of U+DC00 + byte, which parseReport turns back into that byte.
 std::string reportJson(const RunReport& report);
 
 // Reads a report this tool wrote.
