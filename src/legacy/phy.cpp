@@ -21,13 +21,41 @@ constexpr size_t kNodeBytes = 28;
 constexpr size_t kSurfaceRootField = 32;
 constexpr int16_t kConvexPieceSurface = 0;
 constexpr uint32_t kHasChildrenBits = 0x3;
+constexpr int16_t kMaxLedgeTriangles = 4095;  // the triangles number themselves in 12 bits
+
+// A ledge whose fields agree with each other; its triangles start right after it.
+struct LedgeHeader {
+  size_t at = 0;
+  size_t points = 0;  // start of the point array its triangles index
+  size_t size = 0;    // bytes the ledge says it takes
+  int32_t clientData = 0;
+  int16_t triangles = 0;
+  bool terminal = false;
+
+  size_t trianglesEnd() const { return at + kLedgeBytes + size_t(triangles) * kTriangleBytes; }
+  size_t triangle(int16_t t) const { return at + kLedgeBytes + size_t(t) * kTriangleBytes; }
+  // The ledge's record runs over its size, but never into its point array: one-piece
+  // solids give a size that covers the points too.
+  size_t end() const { return std::max(trianglesEnd(), std::min(at + size, points)); }
+};
+
+// A record read as a ledge: the ledge when every check passed, else the first check that
+// failed and how many passed before it (the record that got furthest is the one to blame
+// when a solid yields no ledge).
+struct LedgeRead {
+  std::optional<LedgeHeader> ledge;
+  std::string problem;
+  int checksPassed = 0;
+  size_t next = 0;  // where a walk goes on when this is not a ledge
+};
 
 // Decodes one solid. Positions are relative to the solid's data; messages give them from
-// the file start.
+// the file start. Bytes skipped on the way are noted in `notes`.
 class SolidDecoder {
  public:
-  SolidDecoder(std::string_view fileName, size_t index, size_t fileOffset, ByteView data)
-      : fileName_(fileName), index_(index), fileOffset_(fileOffset), data_(data) {}
+  SolidDecoder(std::string_view fileName, size_t index, size_t fileOffset, ByteView data,
+               std::vector<std::string>& notes)
+      : fileName_(fileName), index_(index), fileOffset_(fileOffset), data_(data), notes_(notes) {}
 
   Result<PhySolid> decode() {
     PhySolid solid;
@@ -49,7 +77,7 @@ class SolidDecoder {
     // the solid) while the pieces are all there; they are then read in file order.
     solid.pieces.clear();
     seenLedges_.clear();
-    if (Status listed = walkLedges(cs + kSurfaceHeaderBytes, solid.pieces); !listed) {
+    if (Status listed = scanLedges(cs + kSurfaceHeaderBytes, solid.pieces); !listed) {
       std::string tree = walked.message().substr(std::min(walked.message().size(), where().size()));
       return Error{listed.message() + "; its ledge tree: " + tree};
     }
@@ -57,30 +85,53 @@ class SolidDecoder {
   }
 
  private:
-  // Ledges lie back to back after the surface header, up to the shared point array. The
-  // terminal ones are the pieces; the others wrap a subtree's pieces. Every step moves on
-  // by at least one ledge header and one triangle, so the walk ends.
-  Status walkLedges(size_t first, std::vector<PhyPiece>& pieces) {
+  // Ledges lie after the surface header, up to the shared point array; the terminal ones
+  // are the pieces, the others wrap a subtree's pieces. Real files also hold records that
+  // are not ledges among them (16 bytes before the first ledge, say), so the walk goes in
+  // 16-byte steps and takes a step as a ledge only where its header is consistent: the
+  // point array 16-byte aligned, after its triangles and inside the solid, a triangle
+  // count the 12-bit triangle numbers can hold, a size covering the header and its
+  // triangles, and every triangle's points inside the point array. A ledge is passed over
+  // by its size (up to its point array); anything else is skipped with a note, and a solid
+  // where no ledge is found has no pieces. Every step moves on by at least 16 bytes, so
+  // the walk ends, and no byte is read as a triangle twice.
+  Status scanLedges(size_t first, std::vector<PhyPiece>& pieces) {
     size_t end = data_.size();
-    for (size_t ledge = first; ledge < end;) {
-      if (!data_.contains(ledge, kLedgeBytes)) return fail(ledge, "ledge", "leaves the solid");
-      auto points = offsetFrom(ledge, data_.readOr<int32_t>(ledge, 0), data_.size());
-      if (!points || *points <= ledge) return fail(ledge, "ledge", "has its point array outside the solid");
-      end = std::min(end, *points);
-      int16_t triangles = data_.readOr<int16_t>(ledge + 12, 0);
-      size_t size = kLedgeBytes + size_t(std::max<int16_t>(triangles, 0)) * kTriangleBytes;
-      if (triangles <= 0 || ledge + size > end)
-        return fail(ledge, "ledge", format("has %d triangles, which overrun the ledges", triangles));
-      bool terminal = (data_.readOr<uint32_t>(ledge + 8, 0) & kHasChildrenBits) == 0;
-      if (terminal) {
-        auto piece = decodePiece(ledge, pieces.size());
-        if (!piece) return piece.error();
-        pieces.push_back(std::move(piece.value()));
+    std::vector<std::string> skippedNotes;
+    std::optional<std::pair<size_t, std::string>> skipped;  // where and why a run began
+    LedgeRead blamed;
+    size_t at = first;
+    while (at < end && data_.contains(at, kLedgeBytes)) {
+      LedgeRead read = readLedge(at, "ledge");
+      if (!read.ledge) {
+        if (!skipped) skipped.emplace(at, read.problem);
+        if (blamed.problem.empty() || read.checksPassed > blamed.checksPassed) blamed = read;
+        at = read.next;
+        continue;
       }
-      ledge += size;
+      noteSkipped(skipped, at, skippedNotes);
+      end = std::min(end, read.ledge->points);
+      if (read.ledge->terminal) pieces.push_back(decodePiece(*read.ledge));
+      at = read.ledge->end();
     }
-    if (pieces.empty()) return fail(first, "ledges", "hold no pieces");
+    noteSkipped(skipped, std::min(at, end), skippedNotes);
+    if (pieces.empty()) {
+      if (!blamed.problem.empty()) return Error{blamed.problem};
+      return fail(first, "ledges", "hold no pieces");
+    }
+    notes_.insert(notes_.end(), skippedNotes.begin(), skippedNotes.end());
     return Status::success();
+  }
+
+  void noteSkipped(std::optional<std::pair<size_t, std::string>>& skipped, size_t upTo,
+                   std::vector<std::string>& notes) const {
+    if (!skipped) return;
+    auto [from, why] = std::move(*skipped);
+    skipped.reset();
+    upTo = std::max(upTo, from);
+    std::string reason = why.substr(std::min(why.size(), where().size()));
+    notes.push_back(where() + format("%zu bytes at offset %zu hold no ledge and are skipped (%s)", upTo - from,
+                                      fileOffset_ + from, reason.c_str()));
   }
 
   // Every node, whatever its shape, takes 28 bytes, so a walk that visits more nodes than
@@ -97,9 +148,11 @@ class SolidDecoder {
       if (right == 0) {
         auto ledge = offsetFrom(node, data_.readOr<int32_t>(node + 4, 0), data_.size());
         if (!ledge) return fail(node + 4, "ledge tree node", "names a ledge outside the solid");
-        auto piece = decodePiece(*ledge, pieces.size());
-        if (!piece) return piece.error();
-        pieces.push_back(std::move(piece.value()));
+        std::string what = format("ledge of piece %zu", pieces.size());
+        if (!seenLedges_.insert(*ledge).second) return fail(*ledge, what, "is named twice by the ledge tree");
+        LedgeRead read = readLedge(*ledge, what);
+        if (!read.ledge) return Error{read.problem};
+        pieces.push_back(decodePiece(*read.ledge));
         continue;
       }
       // Children follow their node (left at +28, right further on): positions only grow,
@@ -117,33 +170,67 @@ class SolidDecoder {
     return Status::success();
   }
 
-  Result<PhyPiece> decodePiece(size_t ledge, size_t pieceIndex) {
-    std::string what = format("ledge of piece %zu", pieceIndex);
-    if (!seenLedges_.insert(ledge).second) return fail(ledge, what, "is named twice by the ledge tree");
-    if (!data_.contains(ledge, kLedgeBytes)) return fail(ledge, what, "leaves the solid");
-    auto points = offsetFrom(ledge, data_.readOr<int32_t>(ledge, 0), data_.size());
-    if (!points) return fail(ledge, what, "has its point array outside the solid");
-    int32_t clientData = data_.readOr<int32_t>(ledge + 4, 0);
-    int16_t triangles = data_.readOr<int16_t>(ledge + 12, 0);
-    auto bytes = tableBytes(triangles, kTriangleBytes);
-    if (triangles <= 0 || !bytes || !data_.contains(ledge + kLedgeBytes, *bytes)) {
-      return fail(ledge, what, format("has %d triangles, which do not fit in the solid", triangles));
+  LedgeRead readLedge(size_t at, std::string_view what) const {
+    LedgeRead read;
+    read.next = at + kLedgeBytes;
+    auto refuse = [&](size_t position, std::string_view problem) {
+      read.problem = fail(position, what, problem).message;
+      return read;
+    };
+    if (!data_.contains(at, kLedgeBytes)) return refuse(at, "leaves the solid");
+    int32_t pointOffset = data_.readOr<int32_t>(at, 0);
+    auto points = offsetFrom(at, pointOffset, data_.size());
+    if (!points || *points <= at || !data_.contains(*points, kPointBytes))
+      return refuse(at, "has its point array outside the solid");
+    ++read.checksPassed;
+    if (pointOffset % int32_t(kPointBytes) != 0)
+      return refuse(at, format("has point array offset %d, which is not a whole number of points", pointOffset));
+    ++read.checksPassed;
+    LedgeHeader ledge;
+    ledge.at = at;
+    ledge.points = *points;
+    ledge.clientData = data_.readOr<int32_t>(at + 4, 0);
+    uint32_t bits = data_.readOr<uint32_t>(at + 8, 0);
+    ledge.terminal = (bits & kHasChildrenBits) == 0;
+    ledge.size = size_t(bits >> 8) * 16;
+    ledge.triangles = data_.readOr<int16_t>(at + 12, 0);
+    if (ledge.triangles <= 0 || ledge.triangles > kMaxLedgeTriangles || ledge.trianglesEnd() > ledge.points)
+      return refuse(at, format("has %d triangles, which overrun its point array", ledge.triangles));
+    ++read.checksPassed;
+    if (ledge.size < ledge.trianglesEnd() - at)
+      return refuse(at, format("has size %zu, short of its header and %d triangles", ledge.size, ledge.triangles));
+    ++read.checksPassed;
+    // A ledge-shaped record whose triangles are broken is passed over whole, so that no
+    // byte is read as a triangle twice.
+    read.next = ledge.trianglesEnd();
+    for (int16_t t = 0; t < ledge.triangles; ++t) {
+      for (size_t k = 0; k < 3; ++k) {
+        uint32_t point = pointIndex(ledge, t, k);
+        if (!data_.contains(ledge.points + size_t(point) * kPointBytes, 12)) {
+          return refuse(ledge.triangle(t), format("triangle %d names point %u past the end of the solid", t, point));
+        }
+      }
     }
+    read.ledge = ledge;
+    return read;
+  }
+
+  uint32_t pointIndex(const LedgeHeader& ledge, int16_t t, size_t corner) const {
+    return data_.readOr<uint32_t>(ledge.triangle(t) + 4 + 4 * corner, 0) & 0xffffu;
+  }
+
+  // The header and its triangles' points have been checked.
+  PhyPiece decodePiece(const LedgeHeader& ledge) const {
     PhyPiece piece;
-    piece.bone = clientData > 0 ? clientData - 1 : -1;
+    piece.bone = ledge.clientData > 0 ? ledge.clientData - 1 : -1;
     std::map<uint32_t, int32_t> localIndex;  // point array index -> piece point
-    for (int16_t t = 0; t < triangles; ++t) {
-      size_t triangle = ledge + kLedgeBytes + size_t(t) * kTriangleBytes;
+    for (int16_t t = 0; t < ledge.triangles; ++t) {
       std::array<int32_t, 3>& corners = piece.triangles.emplace_back();
       for (size_t k = 0; k < 3; ++k) {
-        uint32_t point = data_.readOr<uint32_t>(triangle + 4 + 4 * k, 0) & 0xffffu;
-        size_t at = *points + size_t(point) * kPointBytes;
-        if (!data_.contains(at, 12)) {
-          return fail(triangle, what,
-                      format("triangle %d names point %u past the end of the solid", t, point));
-        }
+        uint32_t point = pointIndex(ledge, t, k);
         auto [it, added] = localIndex.emplace(point, int32_t(piece.points.size()));
         if (added) {
+          size_t at = ledge.points + size_t(point) * kPointBytes;
           Vector3 collision{data_.readOr<float>(at, 0), data_.readOr<float>(at + 4, 0),
                             data_.readOr<float>(at + 8, 0)};
           piece.points.push_back(collisionToModel(collision));
@@ -167,6 +254,7 @@ class SolidDecoder {
   size_t index_;
   size_t fileOffset_;
   ByteView data_;
+  std::vector<std::string>& notes_;
   std::set<size_t> seenLedges_;
 };
 
@@ -281,7 +369,7 @@ Result<PhyFile> PhyFile::parse(std::string_view fileName, ByteView bytes) {
     if (!data) return failAt(position, format("solid %d has size %d, past the end of the file", i, *size));
     // A solid that does not decode costs only itself; it keeps its place, since the text
     // section and the constraints name solids by index.
-    auto solid = SolidDecoder(fileName, size_t(i), start, *data).decode();
+    auto solid = SolidDecoder(fileName, size_t(i), start, *data, file.notes).decode();
     if (solid) {
       file.solids.push_back(std::move(solid.value()));
     } else {

@@ -218,43 +218,151 @@ TEST(PhyFile, ASolidWithoutLedgeTreeReadsItsPiecesInOrder) {
       EXPECT_EQ(phy->solids[s].pieces[p].bone, withTree->solids[s].pieces[p].bone);
     }
   }
-  // Ledges that overrun the point array are corrupt however they are read.
-  mdlforge::poke<int16_t>(file.bytes, file.where.at(placeKey("ledge", {1, 2})) + 12, 40);
+  // A ledge that overruns the point array is corrupt however it is read: it costs its
+  // piece, the other ledges still read.
+  size_t overrunAt = file.where.at(placeKey("ledge", {1, 2}));
+  mdlforge::poke<int16_t>(file.bytes, overrunAt + 12, 40);
   auto overrun = parseBytes(file.bytes);
   ASSERT_TRUE(overrun) << overrun.message();
   EXPECT_EQ(pieceCount(*overrun, 0), 1u);
-  EXPECT_EQ(pieceCount(*overrun, 1), 0u);
+  EXPECT_EQ(pieceCount(*overrun, 1), 2u);
   ASSERT_EQ(overrun->notes.size(), 2u);
-  EXPECT_NE(overrun->notes[0].find("props/box.phy: solid 1: ledge at offset"), std::string::npos) << overrun->notes[0];
-  EXPECT_NE(overrun->notes[0].find("has 40 triangles, which overrun the ledges"), std::string::npos);
+  EXPECT_EQ(overrun->notes[0].rfind("props/box.phy: solid 1: 208 bytes at offset " + std::to_string(overrunAt) +
+                                        " hold no ledge and are skipped (ledge at offset " +
+                                        std::to_string(overrunAt) + " has 40 triangles",
+                                    0),
+            0u)
+      << overrun->notes[0];
+}
+
+// A real box prop's solid: a surface byte size of 0, no tree, 16 bytes that are not a
+// ledge before the one ledge, whose point array lies 832 bytes on and whose size runs to
+// the end of its points.
+mdlforge::PhysicsDescription boxPropWithLooseLedge() {
+  mdlforge::PhysicsDescription d;
+  mdlforge::PhysicsSolid box;
+  box.pieces = {boxPiece({-8, -8, 0}, {8, 8, 30})};
+  box.ledgeTree = false;
+  box.surfaceByteSize = false;
+  box.bytesBeforeLedges = {0, 0, 0, 0, 0, 0, 0, 0, 0x10, 0x27, 0, 0, 0xc3, 0xf5, 0x48, 0x40};
+  box.bytesBeforePoints = 832 - (16 + 12 * 16);
+  box.ledgeSizesCoverPoints = true;
+  box.keys = {{"name", "box"}, {"mass", "30"}};
+  d.solids = {box};
+  return d;
+}
+
+TEST(PhyFile, LedgesAreFoundPastRecordsThatAreNotLedges) {
+  auto file = buildPhy(boxPropWithLooseLedge());
+  size_t surface = file.where.at(placeKey("surface", {0}));
+  size_t ledge = file.where.at(placeKey("ledge", {0, 0}));
+  ByteView view(file.bytes);
+  // Forged as described: the variant is in the bytes, not only in the description.
+  ASSERT_EQ(ledge, surface + 48 + 16);
+  EXPECT_EQ(view.readOr<uint32_t>(surface + 28, 1), 0u);
+  EXPECT_EQ(view.readOr<int32_t>(ledge, 0), 832);
+  EXPECT_EQ(view.readOr<uint32_t>(ledge + 8, 0) >> 8, 60u);
+  EXPECT_EQ(view.readOr<int16_t>(ledge + 12, 0), 12);
+
+  auto phy = parseBytes(file.bytes);
+  ASSERT_TRUE(phy) << phy.message();
+  ASSERT_EQ(pieceCount(*phy, 0), 1u);
+  EXPECT_EQ(phy->solids[0].pieces[0].points.size(), 8u);
+  EXPECT_EQ(phy->solids[0].pieces[0].triangles.size(), 12u);
+  EXPECT_EQ(phy->solids[0].keys.name, "box");
+  ASSERT_EQ(phy->notes.size(), 1u);
+  EXPECT_EQ(phy->notes[0], "props/box.phy: solid 0: 16 bytes at offset " + std::to_string(surface + 48) +
+                               " hold no ledge and are skipped (ledge at offset " + std::to_string(surface + 48) +
+                               " has its point array outside the solid)");
+
+  // The same piece as the plain layout gives.
+  mdlforge::PhysicsDescription plain = boxPropWithLooseLedge();
+  mdlforge::PhysicsSolid plainSolid;
+  plainSolid.pieces = plain.solids[0].pieces;
+  plain.solids[0] = plainSolid;
+  auto clean = parseBytes(buildPhy(plain).bytes);
+  ASSERT_TRUE(clean);
+  EXPECT_EQ(phy->solids[0].pieces[0].points, clean->solids[0].pieces[0].points);
+  EXPECT_EQ(phy->solids[0].pieces[0].triangles, clean->solids[0].pieces[0].triangles);
+}
+
+// What is broken stays refused: a solid whose only ledge is inconsistent has no pieces,
+// whatever field is wrong, and bytes that hold no ledge never become one.
+TEST(PhyFile, ALedgeWithInconsistentFieldsIsNeverTaken) {
+  auto file = buildPhy(boxPropWithLooseLedge());
+  size_t ledge = file.where.at(placeKey("ledge", {0, 0}));
+  uint32_t flags = ByteView(file.bytes).readOr<uint32_t>(ledge + 8, 0) & 0xffu;
+  const std::tuple<size_t, int32_t, const char*> patches[] = {
+      {0, 824, "not a whole number of points"},
+      // Without a point array the record is no ledge at all; what is blamed then is the
+      // record that came closest to one.
+      {0, int32_t(file.bytes.size()), "ledge at offset"},
+      {0, 16 * 12, "12 triangles, which overrun its point array"},
+      {8, int32_t(flags | (12u << 8)), "has size 192, short of its header and 12 triangles"},
+      {12, 0, "0 triangles"},
+      {12, 4096, "4096 triangles"},
+      {16 + 5 * 16 + 8, 8, "triangle 5 names point 8 past the end of the solid"},
+  };
+  for (const auto& [field, value, expected] : patches) {
+    std::vector<uint8_t> bytes = file.bytes;
+    if (field == 12)
+      mdlforge::poke<int16_t>(bytes, ledge + field, int16_t(value));
+    else
+      mdlforge::poke<int32_t>(bytes, ledge + field, value);
+    // The points end the solid here, so a point index one past the last is out of it.
+    auto phy = parseBytes(bytes);
+    ASSERT_TRUE(phy) << expected << ": " << phy.message();
+    EXPECT_EQ(pieceCount(*phy, 0), 0u) << expected;
+    ASSERT_EQ(phy->notes.size(), 1u) << expected;
+    EXPECT_NE(phy->notes[0].find(expected), std::string::npos) << phy->notes[0];
+    EXPECT_NE(phy->notes[0].find("; solid 0 has no pieces"), std::string::npos) << phy->notes[0];
+  }
 }
 
 // A solid that does not decode either way loses its pieces, keeps its place for the text
-// and the constraints, and is noted; the other solids are whole.
+// and the constraints, and is noted; the other solids are whole. A broken ledge among
+// several costs its own piece only.
 TEST(PhyFile, ABrokenSolidCostsOnlyItsPieces) {
   auto file = buildPhy(ragdoll());
-  const std::tuple<std::string, size_t, int32_t, size_t, const char*> patches[] = {
-      {placeKey("solid", {0}), 4 + 6, 1, 0, "surface type 1"},
-      {placeKey("ledge", {1, 0}), 12, 0xffff, 1, "-1 triangles"},
-      {placeKey("ledge", {1, 0}), 12, 0x7fff, 1, "32767 triangles"},
-      {placeKey("ledge", {1, 0}), 12, 0, 1, "0 triangles"},
-      {placeKey("ledge", {1, 0}), 0, int32_t(file.bytes.size()), 1, "point array outside"},
-      {placeKey("ledge", {1, 0}), 16 + 4, 0xfff0, 1, "names point 65520"},
+  const std::tuple<std::string, size_t, int32_t, const char*> patches[] = {
+      {placeKey("solid", {0}), 4 + 6, 1, "surface type 1"},
+      {placeKey("ledge", {0, 0}), 12, 0xffff, "-1 triangles"},
+      {placeKey("ledge", {0, 0}), 12, 0x7fff, "32767 triangles"},
+      {placeKey("ledge", {0, 0}), 12, 0, "0 triangles"},
+      {placeKey("ledge", {0, 0}), 0, int32_t(file.bytes.size()), "point array outside"},
+      {placeKey("ledge", {0, 0}), 16 + 4, 0xfff0, "names point 65520"},
   };
-  for (const auto& [key, field, value, broken, expected] : patches) {
+  for (const auto& [key, field, value, expected] : patches) {
     std::vector<uint8_t> bytes = file.bytes;
     mdlforge::poke<int32_t>(bytes, file.where.at(key) + field, value);
     auto phy = parseBytes(bytes);
     ASSERT_TRUE(phy) << expected << ": " << phy.message();
     ASSERT_EQ(phy->solids.size(), 2u);
-    EXPECT_EQ(pieceCount(*phy, broken), 0u) << expected;
-    EXPECT_EQ(pieceCount(*phy, 1 - broken), broken ? 1u : 3u) << expected;
+    EXPECT_EQ(pieceCount(*phy, 0), 0u) << expected;
+    EXPECT_EQ(pieceCount(*phy, 1), 3u) << expected;
     EXPECT_EQ(phy->solids[1].keys.name, "arm");
     ASSERT_EQ(phy->notes.size(), 2u) << expected;
     const std::string& note = phy->notes[0];
-    EXPECT_EQ(note.rfind("props/box.phy: solid " + std::to_string(broken) + ": ", 0), 0u) << note;
+    EXPECT_EQ(note.rfind("props/box.phy: solid 0: ", 0), 0u) << note;
     EXPECT_NE(note.find(expected), std::string::npos) << note;
-    EXPECT_NE(note.find("; solid " + std::to_string(broken) + " has no pieces"), std::string::npos) << note;
+    EXPECT_NE(note.find("; solid 0 has no pieces"), std::string::npos) << note;
+  }
+  for (size_t broken = 0; broken < 3; ++broken) {
+    std::vector<uint8_t> bytes = file.bytes;
+    size_t ledge = file.where.at(placeKey("ledge", {1, broken}));
+    mdlforge::poke<int16_t>(bytes, ledge + 12, -1);
+    auto phy = parseBytes(bytes);
+    ASSERT_TRUE(phy) << phy.message();
+    ASSERT_EQ(pieceCount(*phy, 1), 2u) << broken;
+    EXPECT_EQ(pieceCount(*phy, 0), 1u);
+    auto clean = parseBytes(file.bytes);
+    for (size_t p = 0, kept = 0; p < 3; ++p) {
+      if (p == broken) continue;
+      EXPECT_EQ(phy->solids[1].pieces[kept++].points, clean->solids[1].pieces[p].points);
+    }
+    ASSERT_EQ(phy->notes.size(), 2u);
+    EXPECT_NE(phy->notes[0].find("bytes at offset " + std::to_string(ledge) + " hold no ledge"), std::string::npos)
+        << phy->notes[0];
   }
 }
 

@@ -59,6 +59,7 @@ class SolidWriter {
     size_t cs = out_.size();
     where_.set(placeKey("surface", {index_}), cs);
     size_t rootField = writeSurfaceHeader();
+    out_.raw(solid.bytesBeforeLedges);
 
     for (size_t n = 0; n < nodes_.size(); ++n) {
       const TreeNode& node = nodes_[n];
@@ -75,6 +76,7 @@ class SolidWriter {
       }
     }
 
+    out_.zeros(solid.bytesBeforePoints);
     size_t pointStart = out_.size();
     where_.set(placeKey("points", {index_}), pointStart);
     for (const Vector3& p : points_) {
@@ -82,7 +84,9 @@ class SolidWriter {
       out_.i32(0);
     }
     for (const auto& ledge : ledges_) {
-      if (ledge) out_.patchOffset(ledge->pointField, ledge->position, pointStart);
+      if (!ledge) continue;
+      out_.patchOffset(ledge->pointField, ledge->position, pointStart);
+      if (solid.ledgeSizesCoverPoints) patchLedgeSize(*ledge, out_.size() - ledge->position);
     }
     if (solid.ledgeTree) {
       writeTree(rootField, cs);
@@ -91,7 +95,7 @@ class SolidWriter {
     }
 
     size_t surfaceBytes = out_.size() - cs;
-    out_.patchI32(cs + 28, int32_t(uint32_t(surfaceBytes) << 8));
+    if (solid.surfaceByteSize) out_.patchI32(cs + 28, int32_t(uint32_t(surfaceBytes) << 8));
     if (solid.solidHeader) out_.patchI32(surfaceSizeField, int32_t(surfaceBytes));
     out_.patchI32(sizeField, int32_t(out_.size() - start));
   }
@@ -101,7 +105,12 @@ class SolidWriter {
     size_t position;
     size_t pointField;
     size_t clientField;
+    uint32_t flags;  // children and compact bits, below the size
   };
+
+  void patchLedgeSize(const WrittenLedge& ledge, size_t bytes) {
+    out_.patchI32(ledge.position + 8, int32_t(ledge.flags | uint32_t(bytes / 16) << 8));
+  }
 
   size_t writeSolidHeader() {
     out_.raw(std::span<const uint8_t>(reinterpret_cast<const uint8_t*>("VPHY"), 4));
@@ -129,12 +138,12 @@ class SolidWriter {
 
   WrittenLedge writeLedge(const PhysicsPiece& piece, size_t pointBase, int32_t clientData,
                           uint32_t children) {
-    WrittenLedge ledge{out_.size(), 0, 0};
+    WrittenLedge ledge{out_.size(), 0, 0, children | kIsCompact};
     ledge.pointField = out_.reserveI32();
     ledge.clientField = out_.size();
     out_.i32(clientData);
-    size_t bytes = 16 + 16 * piece.triangles.size();
-    out_.i32(int32_t(children | kIsCompact | uint32_t(bytes / 16) << 8));
+    out_.i32(0);  // flags and size, patched
+    patchLedgeSize(ledge, 16 + 16 * piece.triangles.size());
     out_.i16(int16_t(piece.triangles.size()));
     out_.i16(0);
     for (size_t t = 0; t < piece.triangles.size(); ++t) {

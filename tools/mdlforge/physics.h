@@ -36,6 +36,14 @@ struct PhysicsSolid {
   // false: no ledge tree is written and the root offset points at the end of the solid, as
   // in real files whose pieces can only be found by reading the ledges in order.
   bool ledgeTree = true;
+  // Layouts of real files that a reader must take as they come: bytes that are not a ledge
+  // between the surface header and the first ledge, zero bytes between the last ledge and
+  // the point array, ledge sizes that run to the end of the point array (as one-piece
+  // solids have them), and a surface byte size left at 0.
+  std::vector<uint8_t> bytesBeforeLedges;
+  size_t bytesBeforePoints = 0;
+  bool ledgeSizesCoverPoints = false;
+  bool surfaceByteSize = true;
 };
 
 struct PhysicsConstraint {
