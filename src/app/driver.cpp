@@ -46,6 +46,7 @@ bool startFileSystem(const std::vector<std::string>& args, fs::FileSystem& fileS
     mainLog().logColor(Severity::Error, colors::kRed, "%s", info.message().c_str());
     return false;
   }
+  for (const std::string& note : info->notes) warning("%s\n", note.c_str());
   fs::mountGameInfo(fileSystem, *info);
   return fileSystem.addSearchPath("", "LOCAL", fs::Placement::Tail).ok();
 }

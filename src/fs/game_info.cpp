@@ -44,9 +44,9 @@ ModLocation locateMod(const stdfs::path& gameDirectory, const std::string& mod) 
   return {modPath.parent_path(), native::fromPath(modPath.filename())};
 }
 
-Result<std::vector<GameSearchPath>> parseGameInfo(std::string_view text) {
+Result<std::vector<GameSearchPath>> parseGameInfo(std::string_view text, std::vector<std::string>& notes) {
   // Search path values are folders that may hold back-slashes: no escapes.
-  auto root = KeyValues::parse(text, KeyValuesOptions{.escapes = false});
+  auto root = KeyValues::parse(text, notes, KeyValuesOptions{.escapes = false});
   if (!root) return root.error();
   const KeyValues* info = root->firstSection();
   const KeyValues* fileSystem = info ? info->find("FileSystem") : nullptr;
@@ -62,11 +62,11 @@ Result<std::vector<GameSearchPath>> parseGameInfo(std::string_view text) {
 
 Result<GameInfo> loadGameInfo(const stdfs::path& gameDirectory, const std::string& mod, bool named) {
   ModLocation where = locateMod(gameDirectory, mod);
-  GameInfo info{where.gameDirectory, where.mod, where.gameDirectory / native::toPath(where.mod), {}, false};
+  GameInfo info{where.gameDirectory, where.mod, where.gameDirectory / native::toPath(where.mod), {}, false, {}};
   stdfs::path file = info.modDirectory / "gameinfo.gi";
   auto bytes = readDiskFile(file);
   if (!bytes && !named) {
-    auto embedded = parseGameInfo(kEmbeddedGameInfo);
+    auto embedded = parseGameInfo(kEmbeddedGameInfo, info.notes);
     info.searchPaths = embedded.value();
     info.embeddedDefault = true;
     return info;
@@ -76,12 +76,16 @@ Result<GameInfo> loadGameInfo(const stdfs::path& gameDirectory, const std::strin
     return Error{format("Application unable to load gameinfo.gi file from directory \"%s\"\n%s", directory.c_str(),
                         (bytes.message() + "\n").c_str())};
   }
-  auto paths = parseGameInfo(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()));
+  std::vector<std::string> notes;
+  auto paths =
+      parseGameInfo(std::string_view(reinterpret_cast<const char*>(bytes->data()), bytes->size()), notes);
   if (!paths) {
     return Error{format("Application unable to load gameinfo.gi file from directory \"%s\"\n%s", directory.c_str(),
                         (paths.message() + "\n").c_str())};
   }
   info.searchPaths = std::move(paths.value());
+  for (const std::string& note : notes)
+    info.notes.push_back(format("gameinfo.gi in \"%s\": %s", directory.c_str(), note.c_str()));
   return info;
 }
 

@@ -26,6 +26,8 @@ struct GameInfo {
   std::filesystem::path modDirectory;
   std::vector<GameSearchPath> searchPaths;
   bool embeddedDefault = false;
+  // What the file's text needed to be read (sections its end closed), for the run to say.
+  std::vector<std::string> notes;
 };
 
 // Where a mod name points: the game directory and the mod's folder name. A relative
@@ -41,7 +43,7 @@ ModLocation locateMod(const std::filesystem::path& gameDirectory, const std::str
 // (-game or QMOD); only then is a missing file an error, whose text is the fatal message.
 Result<GameInfo> loadGameInfo(const std::filesystem::path& gameDirectory, const std::string& mod, bool named);
 // Parses game information text.
-Result<std::vector<GameSearchPath>> parseGameInfo(std::string_view text);
+Result<std::vector<GameSearchPath>> parseGameInfo(std::string_view text, std::vector<std::string>& notes);
 
 // Mounts every search path whose IDs include Game or Mod, in order, under the IDs its key
 // names. A missing archive is a warning, a corrupt one is reported and skipped.

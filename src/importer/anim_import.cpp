@@ -14,15 +14,6 @@
 namespace zv {
 namespace {
 
-// Animation flags copied into the records.
-constexpr int32_t kLooping = 0x0001;
-constexpr int32_t kDelta = 0x0004;
-constexpr int32_t kAllZeros = 0x0020;
-constexpr int32_t kHidden = 0x0400;
-constexpr int32_t kWorldSpace = 0x4000;
-// Auto layers driven by a pose parameter.
-constexpr int32_t kPoseLayer = 0x4000;
-
 // What one animation may ask for: its file holds a key per frame for every bone, so a
 // hostile frame count must not make the converter build a file of gigabytes.
 constexpr int64_t kMaxAnimationFrames = int64_t{1} << 20;
@@ -33,10 +24,13 @@ std::string poseParamName(const legacy::MdlFile& mdl, int32_t index) {
 
 Kv3Value sequenceKeyValues(const legacy::MdlFile& mdl, const legacy::SequenceDesc& desc) {
   if (desc.keyValues.empty()) return {};
-  auto text = KeyValues::parse(desc.keyValues);
+  std::vector<std::string> notes;
+  auto text = KeyValues::parse(desc.keyValues, notes);
+  for (const std::string& note : notes)
+    warning("%s: sequence \"%s\": key values: %s\n", mdl.fileName().c_str(), desc.name.c_str(), note.c_str());
   if (!text) {
-    warning("%s: sequence \"%s\": its key values do not read: %s\n", mdl.fileName().c_str(), desc.name.c_str(),
-            text.message().c_str());
+    warning("%s: sequence \"%s\": its key values do not read and are not converted: %s\n", mdl.fileName().c_str(),
+            desc.name.c_str(), text.message().c_str());
     return {};
   }
   return keyValuesToKv3(*text);
@@ -179,11 +173,11 @@ std::vector<int32_t> C_ZV_MDL_Import::addAnimationRecords(size_t index, const st
     record.fileName = replaceAll(record.name, "@", "_") + ".dmx";
     record.frameRate = sanitizeFloat(anim.fps);
     record.frameCount = anim.frameCount;
-    record.looping = anim.flags & kLooping;
-    record.allZeros = anim.flags & kAllZeros;
-    record.hidden = anim.flags & kHidden;
-    record.delta = anim.flags & kDelta;
-    record.world = anim.flags & kWorldSpace;
+    record.looping = anim.flags & legacy::kLoopingFlag;
+    record.allZeros = anim.flags & legacy::kAllZerosFlag;
+    record.hidden = anim.flags & legacy::kHiddenFlag;
+    record.delta = anim.flags & legacy::kDeltaFlag;
+    record.world = anim.flags & legacy::kWorldSpaceFlag;
     record.movements = anim.movements;
     record.sourceModel = index;
     record.sourceAnimation = a;
@@ -245,7 +239,7 @@ SequenceRecord C_ZV_MDL_Import::sequenceRecord(const legacy::MdlFile& mdl, const
     bool known = layer.sequence >= 0 && size_t(layer.sequence) < mdl.sequences.size();
     record.layers.push_back({known ? sequenceBase + layer.sequence : -1,
                              known ? mdl.sequences[size_t(layer.sequence)].name : std::to_string(layer.sequence),
-                             (layer.flags & kPoseLayer) ? poseParamName(mdl, layer.pose) : std::string(), layer.flags,
+                             (layer.flags & legacy::kPoseLayerFlag) ? poseParamName(mdl, layer.pose) : std::string(), layer.flags,
                              layer.start, layer.peak, layer.tail, layer.end});
   }
   record.keyValues = sequenceKeyValues(mdl, desc);

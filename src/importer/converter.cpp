@@ -15,6 +15,7 @@ C_ZV_MDL_Import::C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& outpu
 void C_ZV_MDL_Import::Setup(const RunOptions& options, size_t index) {
   Reset();
   ModelSettings& s = settings_;
+  static_cast<ConversionOptions&>(s) = options;
   s.inputPath = path::toForwardSlashes(options.inputFiles.at(index));
   s.baseName = path::toForwardSlashes(options.baseNames.at(index));
   // An archive path without ".qpk:" adds no output folder, which shifts the later ones;
@@ -24,13 +25,6 @@ void C_ZV_MDL_Import::Setup(const RunOptions& options, size_t index) {
   s.outputRoot = path::toForwardSlashes(root);
   s.inputRoot = path::toForwardSlashes(options.inputRoot.value_or(""));
   s.weaponAnimPrefab = path::toForwardSlashes(options.weaponAnimPrefab);
-  s.verbose = options.verbose;
-  s.skipCommonDmxWrite = options.skipCommonDmxWrite;
-  s.yUpToZUp = options.yUpToZUp;
-  s.overrideLean = options.overrideLean;
-  s.writeWeaponAnimPrefab = options.writeWeaponAnimPrefab;
-  s.headerHullBounds = options.headerHullBounds;
-  s.allLods = options.allLods;
   s.fingerprintInputs = options.reportFile.has_value();
   paths_ = buildModelPaths(s.outputFolder, s.baseName);
   output_.beginModel();

@@ -26,21 +26,13 @@ class ModelDocument;
 
 namespace zv {
 
-// The per-model settings, copied from the run options for one input file.
-struct ModelSettings {
+// The per-model settings: the run's conversion options and where one input file goes.
+struct ModelSettings : ConversionOptions {
   std::string inputPath;
   std::string baseName;
   std::string outputFolder;
   std::string outputRoot;
   std::string inputRoot;
-  std::string weaponAnimPrefab;
-  bool verbose = false;
-  bool skipCommonDmxWrite = false;
-  bool yUpToZUp = false;
-  bool overrideLean = false;
-  bool writeWeaponAnimPrefab = false;
-  bool headerHullBounds = false;
-  bool allLods = false;
   // Content hashes of the files read, which only a run report keeps (for -incremental).
   bool fingerprintInputs = false;
 };

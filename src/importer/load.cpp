@@ -4,6 +4,7 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "importer/converter.h"
+#include "importer/model_keys.h"
 
 namespace zv {
 
@@ -46,6 +47,7 @@ bool C_ZV_MDL_Import::LoadMDL() {
   }
   model_ = std::move(model.value());
   model_->animBlocks = readAnimBlockFile(model_->mdl, mdlPath);
+  tables_.modelKeys = loadModelKeyValues(model_->mdl);
   buildSkeleton();
   return true;
 }

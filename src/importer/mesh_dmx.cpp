@@ -122,10 +122,9 @@ dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& par
   return root;
 }
 
-bool allowsStaticProp(const legacy::MdlFile& mdl) {
+bool allowsStaticProp(const legacy::MdlFile& mdl, const std::optional<KeyValues>& modelKeys) {
   if ((mdl.header.flags & legacy::kStaticPropFlag) == 0) return false;
-  std::optional<KeyValues> keys = loadModelKeyValues(mdl);
-  const KeyValues* propData = keys ? keys->find("prop_data") : nullptr;
+  const KeyValues* propData = modelKeys ? modelKeys->find("prop_data") : nullptr;
   return !(propData && propData->getInt("allowstatic") == 0);
 }
 

@@ -21,7 +21,7 @@ dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& par
 
 // Whether a model may become a static prop: it must carry the static-prop flag, and a
 // "prop_data" block of its key-value text, when there is one, must allow it.
-bool allowsStaticProp(const legacy::MdlFile& mdl);
+bool allowsStaticProp(const legacy::MdlFile& mdl, const std::optional<KeyValues>& modelKeys);
 
 // The four lines of meshinfo.txt.
 std::string meshInfoText(bool staticProp, int32_t texcoordSets);

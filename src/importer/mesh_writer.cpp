@@ -23,7 +23,7 @@ bool C_ZV_MDL_Import::WriteMeshes() {
     }
   }
   std::string info = path::toForwardSlashes(path::join(paths_.meshFolder, "meshinfo.txt"));
-  if (Status written = output_.writeText(info, meshInfoText(allowsStaticProp(model_->mdl), texcoordSets));
+  if (Status written = output_.writeText(info, meshInfoText(allowsStaticProp(model_->mdl, tables_.modelKeys), texcoordSets));
       !written) {
     warning("C_ZV_MDL_Import::WriteMeshes(2290): Unable to write %s: %s\n", info.c_str(),
             written.message().c_str());

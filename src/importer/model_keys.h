@@ -11,6 +11,8 @@
 namespace zv {
 
 // The block holding the sections; nothing when the model has no text or it does not read.
+// What is lost or read leniently is warned about, naming the model: the text is read once
+// per model, by the load stage.
 std::optional<KeyValues> loadModelKeyValues(const legacy::MdlFile& mdl);
 
 }  // namespace zv

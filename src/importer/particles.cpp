@@ -134,7 +134,10 @@ void ParticleResolver::build() {
   std::vector<uint8_t> manifest;
   read(kParticleManifest, &manifest);
   std::string_view text(reinterpret_cast<const char*>(manifest.data()), manifest.size());
-  auto tree = KeyValues::parse(text, KeyValuesOptions{.escapes = false});
+  std::vector<std::string> notes;
+  auto tree = KeyValues::parse(text, notes, KeyValuesOptions{.escapes = false});
+  for (const std::string& note : notes)
+    problems_.push_back(format("%.*s: %s\n", int(kParticleManifest.size()), kParticleManifest.data(), note.c_str()));
   const KeyValues* list = tree ? tree->firstSection() : nullptr;
   if (list == nullptr) {
     problems_.push_back(format("Particle names cannot be converted: %.*s %s\n", int(kParticleManifest.size()),

@@ -89,21 +89,6 @@ Matrix3x4 pieceToModel(const legacy::MdlFile& mdl, size_t solidCount, int32_t bo
   return yUpToZUp ? yUpToZUpMatrix() * toModel : toModel;
 }
 
-// The break blocks as one "break_list" section; the values hold no quotes, as the text
-// was read without escapes.
-std::string breakListText(const std::vector<KeyValues>& breaks) {
-  if (breaks.empty()) return {};
-  std::string text = "\"break_list\"\n{\n";
-  for (const KeyValues& entry : breaks) {
-    text += format("\t\"%s\"\n\t{\n", entry.name().c_str());
-    for (const KeyValues& key : entry.children()) {
-      if (!key.isSection()) text += format("\t\t\"%s\" \"%s\"\n", key.name().c_str(), key.value().c_str());
-    }
-    text += "\t}\n";
-  }
-  return text + "}\n";
-}
-
 }  // namespace
 
 bool C_ZV_MDL_Import::LoadPhysics() {
@@ -151,7 +136,7 @@ bool C_ZV_MDL_Import::LoadPhysics() {
   for (const legacy::RagdollConstraint& c : phy->constraints) {
     tables_.physicsConstraints.push_back({c.parent, c.child, c.min, c.max, c.friction});
   }
-  tables_.breakList = breakListText(phy->breaks);
+  tables_.breakPieces = phy->breaks;
   return true;
 }
 

@@ -144,7 +144,7 @@ void QmdlWriter::writeWeightLists() { writeWeightListNodes(document_, tables_, "
 
 // Snapshot weight lists of the key-value text; an empty section weighs every bone fully.
 void QmdlWriter::writeSnapshotWeights() {
-  if (!modelKeys_) return;
+  if (!tables_.modelKeys) return;
   for (const char* section : {"snapshot_weights_all", "snapshot_weights_upperbody"}) {
     const KeyValues* weights = modelSection(section);
     if (weights == nullptr) continue;

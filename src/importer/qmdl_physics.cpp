@@ -145,13 +145,7 @@ void QmdlWriter::writePhysics() {
 }
 
 void QmdlWriter::writeBreakList() {
-  if (tables_.breakList.empty()) return;
-  // Model paths hold back-slashes: no escapes.
-  auto text = KeyValues::parse(tables_.breakList, KeyValuesOptions{.escapes = false});
-  const KeyValues* list = text ? text->find("break_list") : nullptr;
-  if (list == nullptr) return;
-  for (const KeyValues& entry : list->children()) {
-    if (!entry.isSection()) continue;
+  for (const KeyValues& entry : tables_.breakPieces) {
     modeldoc::Node* piece = createInList("BreakPieceList", "BreakPieceExternal", "");
     if (piece == nullptr) continue;
     piece->set("break_keys", Kv3Value::makeObject());

@@ -12,16 +12,7 @@
 namespace zv {
 namespace {
 
-// Sequence flags written as keys of the node.
-constexpr int32_t kLooping = 0x0001;
-constexpr int32_t kDelta = 0x0004;
-constexpr int32_t kAllZeros = 0x0020;
-constexpr int32_t kHidden = 0x0400;
-constexpr int32_t kWorldSpace = 0x4000;
-constexpr int32_t kWorldAndRelative = 0x20000;
-
 // Auto layer flags and their names in the document.
-constexpr int32_t kPoseLayer = 0x4000;
 constexpr std::pair<int32_t, const char*> kLayerFlags[] = {
     {0x0010, "post"}, {0x0040, "spline"}, {0x0080, "xfade"}, {0x0200, "noblend"}, {0x1000, "local"}, {0x4000, "pose"},
 };
@@ -105,10 +96,10 @@ class SequenceNodeWriter {
     if (!sequence.weightList.empty()) node.set("weight_list_name", nodeName(sequence.weightList));
     node.set("fade_in_time", finite(sequence.fadeIn));
     node.set("fade_out_time", finite(sequence.fadeOut));
-    node.set("looping", (sequence.flags & kLooping) != 0);
-    node.set("delta", (sequence.flags & kDelta) != 0);
-    node.set("hidden", (sequence.flags & kHidden) != 0);
-    node.set("world_space", (sequence.flags & kWorldSpace) != 0);
+    node.set("looping", (sequence.flags & legacy::kLoopingFlag) != 0);
+    node.set("delta", (sequence.flags & legacy::kDeltaFlag) != 0);
+    node.set("hidden", (sequence.flags & legacy::kHiddenFlag) != 0);
+    node.set("world_space", (sequence.flags & legacy::kWorldSpaceFlag) != 0);
     node.set("sequence_keys", sequenceKeys(sequence));
   }
 
@@ -167,7 +158,7 @@ class SequenceNodeWriter {
   // its range in the parameter's values, not in cycles, and keeps no frames.
   void setLayerFrames(modeldoc::Node& child, const SequenceRecord& sequence, const SequenceRecord& target,
                       const SequenceLayer& layer) const {
-    if (layer.flags & kPoseLayer) {
+    if (layer.flags & legacy::kPoseLayerFlag) {
       warning("Unable to remap cycles on blendlayer. Sequence: %s / blendlayer:%s\n", sequence.name.c_str(),
               target.name.c_str());
       return;
@@ -203,13 +194,9 @@ class SequenceNodeWriter {
   const SequenceNodeOptions& options_;
 };
 
-// KV1 text of a block, loaded into the KV3 object that collects the sequence's keys.
-void mergeBlock(Kv3Value& keys, const std::string& text) {
-  auto block = KeyValues::parse(text);
-  if (!block) return;
-  Kv3Value converted = keyValuesToKv3(*block);
-  for (const Kv3Member& member : converted.members()) keys.set(member.key, member.value);
-}
+// A block of the sequence's keys, converted as the model's own key-value blocks are (a
+// key repeated in the block becomes one array).
+void setBlock(Kv3Value& keys, const KeyValues& block) { keys.set(block.name(), keyValuesToKv3(block)); }
 
 }  // namespace
 
@@ -221,16 +208,17 @@ int32_t cycleToFrame(float cycle, int32_t frameCount) {
 
 Kv3Value sequenceKeys(const SequenceRecord& sequence) {
   Kv3Value keys = sequence.keyValues.isObject() ? sequence.keyValues : Kv3Value::makeObject();
-  std::string flags = "\"ExtraSeqFlags\"\n{\n";
-  flags += format("\t\"worldrelative\" \"%d\"\n", (sequence.flags & kWorldAndRelative) ? 1 : 0);
+  auto flag = [&](int32_t bit) { return std::string((sequence.flags & bit) ? "1" : "0"); };
+  KeyValues flags = KeyValues::section("ExtraSeqFlags");
+  flags.add({"worldrelative", flag(legacy::kWorldAndRelativeFlag)});
   // Legacy layers never changed a sequence's movement or duration.
-  flags += format("\t\"layersaffectingmovementandduration\" \"%d\"\n", 0);
-  flags += format("\t\"emptyanimwithnoeffect\" \"%d\"\n", (sequence.flags & kAllZeros) ? 1 : 0);
-  mergeBlock(keys, flags + "}\n");
+  flags.add({"layersaffectingmovementandduration", "0"});
+  flags.add({"emptyanimwithnoeffect", flag(legacy::kAllZerosFlag)});
+  setBlock(keys, flags);
   if (!sequence.animTags.empty()) {
-    std::string tags = "\"AnimTags\"\n{\n";
-    for (const auto& [name, cycle] : sequence.animTags) tags += format("\t\"%s\" \"%f\"\n", name.c_str(), cycle);
-    mergeBlock(keys, tags + "}\n");
+    KeyValues tags = KeyValues::section("AnimTags");
+    for (const auto& [name, cycle] : sequence.animTags) tags.add({name, format("%f", cycle)});
+    setBlock(keys, tags);
   }
   return keys;
 }

@@ -13,8 +13,7 @@ QmdlWriter::QmdlWriter(const C_ZV_MDL_Import& converter, const legacy::MdlFile& 
     : converter_(converter),
       mdl_(mdl),
       tables_(converter.tables()),
-      document_(document),
-      modelKeys_(loadModelKeyValues(mdl)) {}
+      document_(document) {}
 
 bool QmdlWriter::build(bool skipAnimationData) {
   writeBoundsHull();
@@ -47,7 +46,7 @@ bool QmdlWriter::build(bool skipAnimationData) {
 }
 
 const KeyValues* QmdlWriter::modelSection(std::string_view name) const {
-  return modelKeys_ ? modelKeys_->find(name) : nullptr;
+  return tables_.modelKeys ? tables_.modelKeys->find(name) : nullptr;
 }
 
 modeldoc::Node* QmdlWriter::createInList(std::string_view listClass, std::string_view nodeClass,

@@ -69,8 +69,6 @@ class QmdlWriter {
   const legacy::MdlFile& mdl_;
   const ModelTables& tables_;
   modeldoc::ModelDocument& document_;
-  // Read once; every stage that needs the key-value text looks here.
-  std::optional<KeyValues> modelKeys_;
 };
 
 // Legacy numbers go into the document as they are, except that a non-finite one cannot be

@@ -11,7 +11,20 @@
 
 namespace zv {
 
-struct RunOptions {
+// What every model's conversion follows, the same for all models of a run: the converter
+// takes it whole for each model.
+struct ConversionOptions {
+  std::string weaponAnimPrefab;
+  bool verbose = false;
+  bool skipCommonDmxWrite = false;
+  bool yUpToZUp = false;
+  bool overrideLean = false;
+  bool writeWeaponAnimPrefab = false;
+  bool headerHullBounds = false;
+  bool allLods = false;
+};
+
+struct RunOptions : ConversionOptions {
   std::vector<std::string> inputFiles;     // full paths
   std::vector<std::string> baseNames;      // file name without folder and extension
   std::vector<std::string> outputFolders;  // may be shorter than inputFiles (see the command line)
@@ -19,15 +32,7 @@ struct RunOptions {
   std::optional<std::string> outputRoot;
   std::string mod;
   std::string changelist;
-  std::string weaponAnimPrefab;
-  bool verbose = false;
   bool recurse = false;
-  bool skipCommonDmxWrite = false;
-  bool yUpToZUp = false;
-  bool overrideLean = false;
-  bool writeWeaponAnimPrefab = false;
-  bool headerHullBounds = false;
-  bool allLods = false;
   std::optional<scm::Backend> sourceControl;  // -scm; nothing chooses automatically
   bool noP4 = false;
   // Batches: models converted at once (-j; 0: one per core), the run report (-report), a

@@ -3,12 +3,14 @@
 // left here and adds its own; the converter clears them between models.
 
 #include <array>
+#include <optional>
 #include <utility>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "base/math.h"
+#include "kv/keyvalues.h"
 #include "kv/kv3.h"
 #include "legacy/mdl.h"
 
@@ -181,9 +183,10 @@ struct ModelTables {
   std::vector<WeightList> weightLists;
   std::vector<PhysicsSolid> physicsSolids;
   std::vector<PhysicsConstraint> physicsConstraints;
-  // The collision file's break pieces as key-value text: a "break_list" section holding
-  // one section per piece. Empty when there are none.
-  std::string breakList;
+  // The collision file's break pieces: one "break" section of keys per piece.
+  std::vector<KeyValues> breakPieces;
+  // The model's key-value block (prop data, door options, particles ...), read once.
+  std::optional<KeyValues> modelKeys;
   // Material names in their new form (".qmat"), in the order the reference list names them.
   std::vector<std::string> referencedMaterials;
 };

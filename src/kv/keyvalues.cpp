@@ -135,7 +135,8 @@ bool isDirective(const Token& token) {
 
 class Parser {
  public:
-  Parser(std::string_view text, bool escapes) : lexer_(text, escapes) {}
+  Parser(std::string_view text, bool escapes, std::vector<std::string>& notes)
+      : lexer_(text, escapes), notes_(notes) {}
 
   Status parseMembers(KeyValues& parent, int depth, int openLine) {
     for (;;) {
@@ -143,8 +144,12 @@ class Parser {
       if (!lexer_.next(key)) return Error{lexer_.error()};
       switch (key.kind) {
         case Token::Kind::End:
-          if (depth == 0) return Status::success();
-          return Error{format("line %d: section opened on line %d is not closed", key.line, openLine)};
+          // As the legacy reader did, the end of the text closes whatever is still open:
+          // real model texts end without their outer block's brace.
+          if (depth > 0)
+            notes_.push_back(format("line %d: the text ends inside the section opened on line %d, which is closed there",
+                                    key.line, openLine));
+          return Status::success();
         case Token::Kind::Close:
           if (depth > 0) return Status::success();
           return Error{format("line %d: '}' without an open section", key.line)};
@@ -193,6 +198,7 @@ class Parser {
   }
 
   Lexer lexer_;
+  std::vector<std::string>& notes_;
 };
 
 // Trailing NULs are the terminator of a C string block; any other NUL means binary junk.
@@ -222,11 +228,12 @@ KeyValues KeyValues::section(std::string name) {
   return node;
 }
 
-Result<KeyValues> KeyValues::parse(std::string_view text, const KeyValuesOptions& options) {
+Result<KeyValues> KeyValues::parse(std::string_view text, std::vector<std::string>& notes,
+                                   const KeyValuesOptions& options) {
   Result<std::string_view> body = stripTerminator(text);
   if (!body) return body.error();
   KeyValues root = section("");
-  Parser parser(*body, options.escapes);
+  Parser parser(*body, options.escapes, notes);
   if (Status status = parser.parseMembers(root, 0, 0); !status) return status.error();
   return root;
 }

@@ -30,8 +30,11 @@ class KeyValues {
   static KeyValues section(std::string name);
 
   // Parses text into an unnamed root section whose children are the top-level members,
-  // so text with several top-level blocks loads as a whole. Errors name the line.
-  static Result<KeyValues> parse(std::string_view text, const KeyValuesOptions& options = {});
+  // so text with several top-level blocks loads as a whole. Errors name the line. What is
+  // read leniently (sections the end of the text closes) is added to notes, which callers
+  // pass on: the text was not what it should have been. Unquoted tokens are strings too.
+  static Result<KeyValues> parse(std::string_view text, std::vector<std::string>& notes,
+                                 const KeyValuesOptions& options = {});
 
   const std::string& name() const { return name_; }
   bool isSection() const { return section_; }

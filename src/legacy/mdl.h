@@ -25,6 +25,15 @@ inline constexpr int32_t kMaxMdlVersion = 49;
 inline constexpr size_t kMdlHeaderSize = 408;
 // Header flag of models compiled as static props.
 inline constexpr int32_t kStaticPropFlag = 0x10;
+// Flags of animation descriptions and sequences (the same bits in both).
+inline constexpr int32_t kLoopingFlag = 0x0001;
+inline constexpr int32_t kDeltaFlag = 0x0004;
+inline constexpr int32_t kAllZerosFlag = 0x0020;
+inline constexpr int32_t kHiddenFlag = 0x0400;
+inline constexpr int32_t kWorldSpaceFlag = 0x4000;
+inline constexpr int32_t kWorldAndRelativeFlag = 0x20000;
+// Auto-layer flag of a layer driven by a pose parameter rather than by cycles.
+inline constexpr int32_t kPoseLayerFlag = 0x4000;
 
 struct JiggleParams {
   int32_t flags = 0;

@@ -130,7 +130,7 @@ class SolidDecoder {
     skipped.reset();
     upTo = std::max(upTo, from);
     std::string reason = why.substr(std::min(why.size(), where().size()));
-    notes.push_back(where() + format("%zu bytes at offset %zu hold no ledge and are skipped (%s)", upTo - from,
+    notes.push_back(solidName() + format("%zu bytes at offset %zu hold no ledge and are skipped (%s)", upTo - from,
                                       fileOffset_ + from, reason.c_str()));
   }
 
@@ -241,9 +241,8 @@ class SolidDecoder {
     return piece;
   }
 
-  std::string where() const {
-    return format("%.*s: solid %zu: ", int(fileName_.size()), fileName_.data(), index_);
-  }
+  std::string solidName() const { return format("solid %zu: ", index_); }
+  std::string where() const { return format("%.*s: ", int(fileName_.size()), fileName_.data()) + solidName(); }
 
   Error fail(size_t position, std::string_view what, std::string_view problem) const {
     return Error{where() + format("%.*s at offset %zu %.*s", int(what.size()), what.data(), fileOffset_ + position,
@@ -310,10 +309,11 @@ void readEditParams(const KeyValues& block, EditParams& params) {
 
 Status readText(std::string_view fileName, std::string_view text, PhyFile& file) {
   // Model paths in break blocks use back-slashes: no escapes.
-  auto root = KeyValues::parse(text, KeyValuesOptions{.escapes = false});
+  std::vector<std::string> notes;
+  auto root = KeyValues::parse(text, notes, KeyValuesOptions{.escapes = false});
   if (!root)
-    return Error{
-        format("%.*s: text section: %s", int(fileName.size()), fileName.data(), root.message().c_str())};
+    return Error{format("%.*s: text section: %s", int(fileName.size()), fileName.data(), root.message().c_str())};
+  for (const std::string& note : notes) file.notes.push_back("text section: " + note);
   size_t solidOrdinal = 0;
   for (const KeyValues& block : root->children()) {
     if (!block.isSection()) continue;
@@ -373,7 +373,10 @@ Result<PhyFile> PhyFile::parse(std::string_view fileName, ByteView bytes) {
     if (solid) {
       file.solids.push_back(std::move(solid.value()));
     } else {
-      file.notes.push_back(solid.message() + format("; solid %d has no pieces", i));
+      // Notes leave the file's name to the caller.
+      std::string_view message = solid.message();
+      message.remove_prefix(std::min(message.size(), fileName.size() + 2));
+      file.notes.push_back(std::string(message) + format("; solid %d has no pieces", i));
       file.solids.emplace_back();
     }
     position = start + size_t(*size);

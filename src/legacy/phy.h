@@ -85,7 +85,7 @@ struct PhyFile {
   EditParams editParams;
   std::vector<KeyValues> breaks;  // each "break" block, keys in file order
   // Problems that do not make the file unusable (a text block naming a solid that does
-  // not exist, ...), for the caller to report.
+  // not exist, a solid without pieces, ...), for the caller to report with the file's name.
   std::vector<std::string> notes;
 
   // Decodes the whole file. A solid that does not decode is kept without pieces and noted;

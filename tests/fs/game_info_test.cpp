@@ -11,19 +11,27 @@ using zv::testing::TempDir;
 
 TEST(GameInfo, ReadsSearchPathsInOrderWithTheirIds) {
   // Values are folders: a back-slash is kept as it is, never read as an escape.
+  std::vector<std::string> notes;
   auto paths = parseGameInfo(R"("GameInfo" { game "Example" FileSystem { SearchPaths {
     Game |mod|.
     GameBin bin
     game+Mod common
     Mod |mod|extra\new
-  } } })");
+  } } })",
+                             notes);
   ASSERT_TRUE(paths) << paths.message();
   ASSERT_EQ(paths->size(), 4u);
   EXPECT_EQ((*paths)[0].pathIds, std::vector<std::string>{"Game"});
   EXPECT_EQ((*paths)[0].value, "|mod|.");
   EXPECT_EQ((*paths)[2].pathIds, (std::vector<std::string>{"game", "Mod"}));
   EXPECT_EQ((*paths)[3].value, "|mod|extra\\new");
-  EXPECT_FALSE(parseGameInfo("\"GameInfo\" { game x }"));
+  EXPECT_TRUE(notes.empty());
+  EXPECT_FALSE(parseGameInfo("\"GameInfo\" { game x }", notes));
+  // A file that ends before its sections close still gives its search paths, and says so.
+  auto open = parseGameInfo("GameInfo {\n FileSystem { SearchPaths { Game |mod|.\n", notes);
+  ASSERT_TRUE(open) << open.message();
+  ASSERT_EQ(open->size(), 1u);
+  EXPECT_EQ(notes.size(), 3u);
 }
 
 TEST(GameInfo, ModNamesResolveAgainstTheGameDirectory) {
@@ -38,7 +46,7 @@ TEST(GameInfo, ModNamesResolveAgainstTheGameDirectory) {
 }
 
 TEST(GameInfo, SearchPathValuesResolveModArchivesAndRelativeNames) {
-  GameInfo info{"/g", "m", "/g/m", {}, false};
+  GameInfo info{"/g", "m", "/g/m", {}, false, {}};
   EXPECT_EQ(resolveSearchPathValue(info, "|mod|."), "/g/m");
   EXPECT_EQ(resolveSearchPathValue(info, "common"), "/g/common");
   // Archives are named without "_dir"; the directory file is meant.

@@ -70,7 +70,8 @@ TEST(QmdlHitboxes, AStaticPropHasThemOnlyWhenItsKeyValuesTurnTheStaticPropOff) {
       {0x10, "mdlkeyvalue { prop_data { allowstatic 0 } }", true},
       {0x10, "mdlkeyvalue { prop_data { allowstatic 1 } }", false},
       {0x10, "mdlkeyvalue { other { } }", false},
-      {0x10, "mdlkeyvalue { prop_data {", false},  // does not read
+      {0x10, "mdlkeyvalue { prop_data {", true},    // the end of the text closes the blocks
+      {0x10, "mdlkeyvalue { prop_data { \"", false},  // does not read
   };
   for (const auto& c : cases) {
     mdlforge::Description d = leggedCrate();

@@ -210,7 +210,8 @@ TEST(MeshInfo, TheStaticPropValueFollowsTheFlagAndThePropData) {
       {0x10, allow0, 0},                           // flag but refused
       {0x10, noAllow, 0},                          // a missing "allowstatic" counts as 0
       {0x10, other, 1},                            // no prop_data: nothing refuses
-      {0x10, "mdlkeyvalue\n{\nprop_data {\n", 1},  // text that does not parse refuses nothing
+      {0x10, "mdlkeyvalue\n{\nprop_data {\n", 0},  // the end of the text closes the blocks
+      {0x10, "mdlkeyvalue\n{\nprop_data {\n\"", 1},  // text that does not read refuses nothing
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.keyValues);

@@ -240,8 +240,8 @@ TEST(PhysicsLoad, MismatchedOrBrokenFilesAreRefusedAndTheModelStillConverts) {
   }
 }
 
-// Solids without a ledge tree convert as real files have them; a solid that does not
-// decode at all costs its hulls only, with a message naming it.
+// Solids without a ledge tree convert as real files have them; a broken piece costs its
+// hull only, with a message naming it.
 TEST(PhysicsLoad, TreelessSolidsConvertAndABrokenSolidCostsOnlyItsHulls) {
   mdlforge::PhysicsDescription physics = ragdollPhysics();
   for (mdlforge::PhysicsSolid& solid : physics.solids) solid.ledgeTree = false;
@@ -262,10 +262,10 @@ TEST(PhysicsLoad, TreelessSolidsConvertAndABrokenSolidCostsOnlyItsHulls) {
   testing::writeBytes(broken.dir.path() / "models/props/crate.phy", bytes);
   log.clear();
   ASSERT_TRUE(broken.converter.Convert());
-  EXPECT_EQ(log.count("models/props/crate.phy: solid 1: ledge at offset "), 1u) << log.text();
-  EXPECT_EQ(log.count("; solid 1 has no pieces\n"), 1u) << log.text();
+  EXPECT_EQ(log.count("models/props/crate.phy: solid 1: 208 bytes at offset "), 1u) << log.text();
+  EXPECT_EQ(log.count("has 200 triangles, which overrun its point array)\n"), 1u) << log.text();
   Kv3Value root = broken.readDocument();
-  EXPECT_EQ(listed(root, "PhysicsShapeList", {"name"}), (Names{"pelvis_0_mesh", "hand_0_mesh"}));
+  EXPECT_EQ(listed(root, "PhysicsShapeList", {"name"}), (Names{"pelvis_0_mesh", "arm_0_mesh", "arm_1_mesh", "hand_0_mesh"}));
   EXPECT_EQ(listed(root, "PhysicsBodyMarkupList", {"target_body"}), (Names{"pelvis", "arm"}));
   broken.readDmx(broken.physicsFile());
 }

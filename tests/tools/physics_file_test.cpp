@@ -11,8 +11,10 @@ namespace {
 
 TEST(PhysicsFile, FramesSolidsByTheirSizesAndEndsWithTheText) {
   PhysicsDescription d;
-  d.solids = {{{boxPiece({0, 0, 0}, {1, 1, 1})}, true, false, {}},
-              {{boxPiece({0, 0, 0}, {1, 1, 1}), boxPiece({2, 0, 0}, {3, 1, 1})}, false, false, {}}};
+  d.solids.resize(2);
+  d.solids[0].pieces = {boxPiece({0, 0, 0}, {1, 1, 1})};
+  d.solids[1].pieces = {boxPiece({0, 0, 0}, {1, 1, 1}), boxPiece({2, 0, 0}, {3, 1, 1})};
+  d.solids[1].solidHeader = false;
   auto file = buildPhysics(d, 77);
   ASSERT_TRUE(file) << file.message();
   check::Bytes bytes(file->bytes);

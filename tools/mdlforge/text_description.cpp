@@ -843,8 +843,11 @@ class DescriptionReader {
 
 Result<Description> parseDescription(std::string_view text) {
   // Back-slash paths ("models\props\") are common here, so no escapes.
-  auto root = KeyValues::parse(text, {.escapes = false});
+  // A description is written by hand for a test: what a lenient read repairs is an error.
+  std::vector<std::string> notes;
+  auto root = KeyValues::parse(text, notes, {.escapes = false});
   if (!root) return root.error();
+  if (!notes.empty()) return Error{notes.front()};
   const KeyValues* model = root->find("model");
   if (!model || !model->isSection()) return Error{"the description has no \"model\" section"};
   if (root->children().size() != 1) return Error{"the description holds more than the \"model\" section"};
