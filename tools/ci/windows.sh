@@ -24,10 +24,20 @@ fi
 
 echo "== windows: cross-build (MinGW-w64, warnings are errors)"
 cmake --preset windows >/dev/null
+
+# One wine server and one ready prefix for the whole run (the build lists each test
+# program's tests under wine too): programs started while a server comes up or a prefix
+# is being made can die before they run.
+export WINEPREFIX="$PWD/build-windows/wineprefix" WINEDEBUG=-all
+/usr/lib/wine/wineserver -p
+trap '/usr/lib/wine/wineserver -k 2>/dev/null || true' EXIT
+/usr/lib/wine/wine64 wineboot --init >/dev/null 2>&1
+/usr/lib/wine/wine64 cmd /c exit >/dev/null 2>&1
+
 cmake --build build-windows -j "$jobs"
 
 echo "== windows: every test under wine"
-ctest --test-dir build-windows --output-on-failure -j "$jobs" --timeout 300
+python3 tools/ci/ctest_under_wine.py build-windows "$jobs"
 
 if [ -x build/zv_mdl_import ]; then
   echo "== windows: outputs byte for byte against the Linux build"
