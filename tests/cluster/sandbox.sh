@@ -36,6 +36,8 @@ sandbox_free_ports() {
 # it succeeds; fails, saying what was awaited, when SECONDS pass first, or the shell's
 # time $sandbox_deadline (in $SECONDS) when that is set and earlier.
 sandbox_deadline=
+# A daemon whose end makes the awaited thing impossible: waits then fail at once.
+sandbox_watched=
 sandbox_wait() {
   local limit=$1 what=$2
   shift 2
@@ -45,6 +47,10 @@ sandbox_wait() {
     limit=$((end > SECONDS ? end - SECONDS : 0))
   fi
   until "$@" >/dev/null 2>&1; do
+    if [ -n "$sandbox_watched" ] && ! sandbox_alive "$sandbox_watched"; then
+      sandbox_log "stopped waiting for $what: process $sandbox_watched has ended"
+      return 1
+    fi
     if [ "$SECONDS" -ge "$end" ]; then
       sandbox_log "gave up after ${limit}s waiting for $what"
       return 1
@@ -113,14 +119,15 @@ sandbox_launch() {
   slurmctld -D -i -f "$dir/slurm.conf" >>"$dir/slurmctld.out" 2>&1 &
   local controller=$!
   sandbox_pids+=("$controller")
+  sandbox_watched=$controller
   if ! sandbox_wait 30 "slurmctld to answer" sandbox_controller_up "$controller"; then
-    sandbox_alive "$controller" || wait "$controller" 2>/dev/null
     grep -qi 'address already in use' "$dir/slurmctld.log" "$dir/slurmctld.out" && return 2
     return 1
   fi
   slurmd -D -N localhost -f "$dir/slurm.conf" >>"$dir/slurmd.out" 2>&1 &
   local node=$!
   sandbox_pids+=("$node")
+  sandbox_watched=$node
   if ! sandbox_wait 30 "the node to be idle" sandbox_node_idle "$node"; then
     grep -qi 'address already in use' "$dir/slurmd.log" "$dir/slurmd.out" && return 2
     return 1
@@ -147,6 +154,7 @@ sandbox_start() {
     >"$dir/munge/out" 2>&1 &
   local munge=$!
   sandbox_pids+=("$munge")
+  sandbox_watched=$munge
   sandbox_wait 20 "munged to answer" sandbox_munge_up "$munge" "$dir/munge/socket" || return 1
 
   export SLURM_CONF=$dir/slurm.conf
@@ -154,6 +162,7 @@ sandbox_start() {
   for _ in 1 2 3; do
     status=0
     sandbox_launch "$dir" || status=$?
+    sandbox_watched=
     [ "$status" = 0 ] && return 0
     sandbox_stop_daemons slurm
     [ "$status" = 2 ] || break
