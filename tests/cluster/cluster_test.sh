@@ -16,12 +16,23 @@ corpus=${ZV_CORPUS:-$root/../shared/corpus}
 submit=$root/tools/cluster/submit.sh
 shards=4
 
-for program in munged munge unmunge slurmctld slurmd sbatch squeue scontrol scancel sinfo; do
-  if ! command -v "$program" >/dev/null; then
-    echo "cluster test: SKIPPED: $program is missing; slurm-wlm and munge are not installed and cannot be installed here"
-    exit 0
-  fi
-done
+# The daemons live in sbin, which not every user's PATH has.
+export PATH=$PATH:/usr/sbin:/sbin
+have_packages() {
+  local program
+  for program in munged munge unmunge slurmctld slurmd sbatch squeue scontrol scancel sinfo; do
+    command -v "$program" >/dev/null || return 1
+  done
+}
+if ! have_packages && [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
+  echo "cluster test: installing slurm-wlm and munge"
+  { DEBIAN_FRONTEND=noninteractive apt-get install -y -qq slurm-wlm munge ||
+    { apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq slurm-wlm munge; }; } >/dev/null 2>&1 || true
+fi
+if ! have_packages; then
+  echo "cluster test: SKIPPED: slurm-wlm and munge are not installed and cannot be installed here"
+  exit 0
+fi
 [ -x "$tool" ] || { echo "cluster test: no tool at $tool (make build)"; exit 1; }
 [ -d "$corpus/models" ] || { echo "cluster test: no corpus at $corpus (set ZV_CORPUS)"; exit 1; }
 corpus=$(realpath "$corpus")
