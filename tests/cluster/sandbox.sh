@@ -7,6 +7,12 @@
 
 sandbox_pids=()
 sandbox_dir=
+sandbox_script=$(realpath "${BASH_SOURCE[0]}")
+sandbox_reaper=
+# The daemons are started in sessions of their own (setsid; from a shell without job
+# control it runs them as they are, so $! is the daemon): a signal to the test's process
+# group, from timeout(1) or a terminal's ^C, must reach the test alone, which then ends
+# the jobs before the daemons rather than leaving job steps without a slurmd.
 
 sandbox_log() { echo "cluster: $*"; }
 
@@ -116,7 +122,7 @@ sandbox_launch() {
   rm -rf "$dir/state" "$dir/spool" && mkdir -p "$dir/state" "$dir/spool"
   : >"$dir/slurmctld.log" && : >"$dir/slurmd.log"
 
-  slurmctld -D -i -f "$dir/slurm.conf" >>"$dir/slurmctld.out" 2>&1 &
+  setsid slurmctld -D -i -f "$dir/slurm.conf" >>"$dir/slurmctld.out" 2>&1 &
   local controller=$!
   sandbox_pids+=("$controller")
   sandbox_watched=$controller
@@ -124,7 +130,7 @@ sandbox_launch() {
     grep -qi 'address already in use' "$dir/slurmctld.log" "$dir/slurmctld.out" && return 2
     return 1
   fi
-  slurmd -D -N localhost -f "$dir/slurm.conf" >>"$dir/slurmd.out" 2>&1 &
+  setsid slurmd -D -N localhost -f "$dir/slurm.conf" >>"$dir/slurmd.out" 2>&1 &
   local node=$!
   sandbox_pids+=("$node")
   sandbox_watched=$node
@@ -149,7 +155,7 @@ sandbox_start() {
     dd if=/dev/urandom of="$dir/munge/key" bs=1024 count=1 status=none
   fi
   chmod 600 "$dir/munge/key"
-  munged --foreground --key-file="$dir/munge/key" --socket="$dir/munge/socket" \
+  setsid munged --foreground --key-file="$dir/munge/key" --socket="$dir/munge/socket" \
     --pid-file="$dir/munge/pid" --log-file="$dir/munge/log" --seed-file="$dir/munge/seed" \
     >"$dir/munge/out" 2>&1 &
   local munge=$!
@@ -163,7 +169,10 @@ sandbox_start() {
     status=0
     sandbox_launch "$dir" || status=$?
     sandbox_watched=
-    [ "$status" = 0 ] && return 0
+    if [ "$status" = 0 ]; then
+      sandbox_watch
+      return 0
+    fi
     sandbox_stop_daemons slurm
     [ "$status" = 2 ] || break
     sandbox_log "a chosen port was taken; trying others"
@@ -171,6 +180,20 @@ sandbox_start() {
   sandbox_log "the cluster did not start; its logs:"
   tail -n 20 "$dir"/slurmctld.log "$dir"/slurmd.log "$dir"/*.out 2>/dev/null
   return 1
+}
+
+# Should this shell be killed before it stops the cluster, a watcher in a session of its
+# own does it (the same steps, from this file) once the shell is gone.
+sandbox_watch() {
+  setsid bash -c 'tail --pid="$1" -f /dev/null
+    . "$2"
+    sandbox_dir=$3 SLURM_CONF=$4
+    export SLURM_CONF
+    shift 4
+    sandbox_pids=("$@")
+    sandbox_stop' sandbox-watcher "$$" "$sandbox_script" "$sandbox_dir" "$SLURM_CONF" "${sandbox_pids[@]}" \
+    >"$sandbox_dir/watcher.out" 2>&1 &
+  sandbox_reaper=$!
 }
 
 sandbox_munge_up() {
@@ -203,6 +226,11 @@ sandbox_stop_daemons() {
 # Cancels every job of the sandbox and waits, bounded, for them to be gone from the node
 # (so that no job step outlives slurmd), then stops the daemons.
 sandbox_stop() {
+  if [ -n "$sandbox_reaper" ]; then
+    kill -- "-$sandbox_reaper" 2>/dev/null || true
+    wait "$sandbox_reaper" 2>/dev/null || true
+    sandbox_reaper=
+  fi
   if [ -n "$sandbox_dir" ] && [ ${#sandbox_pids[@]} -gt 0 ] && [ -n "${SLURM_CONF:-}" ]; then
     sandbox_deadline=
     if scancel --quiet --user="$(id -un)" 2>/dev/null; then
