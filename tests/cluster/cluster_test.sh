@@ -131,6 +131,20 @@ check "the single-machine run fails for the broken model only (exit 1, one failu
 models=$(models_of "$work/single.json" | wc -l)
 check "the single-machine run saw the corpus ($models models)" test "$models" -ge 10
 
+echo "== submit.sh refuses what would make a wrong run, before anything is submitted"
+# refused TOOL ARGUMENTS...: submit.sh exits 2 and makes no folder.
+refused() {
+  local with=$1 status=0
+  shift
+  ZV_MDL_IMPORT=$with ZV_RUN_DIR=$work/refused "$submit" "$@" >"$work/refused.log" 2>&1 || status=$?
+  [ "$status" = 2 ] && [ ! -e "$work/refused" ] && [ ! -e "$work/never" ]
+}
+check "no shard count" refused "$tool" "$library" "$work/never"
+check "a shard count of 0" refused "$tool" "$library" "$work/never" 0
+check "an input folder that is not there" refused "$tool" "$work/nothing" "$work/never" 4
+check "an array of its own" refused "$tool" "$library" "$work/never" 4 -p any --array=1-2
+check "a tool that is not there" refused "$work/nothing" "$library" "$work/never" 4
+
 echo "== starting a one-node cluster"
 started=$SECONDS
 mkdir -m 711 "$work/sandbox"
