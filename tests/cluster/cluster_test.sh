@@ -36,12 +36,12 @@ fi
 [ -x "$tool" ] || { echo "cluster test: no tool at $tool (make build)"; exit 1; }
 [ -d "$corpus/models" ] || { echo "cluster test: no corpus at $corpus (set ZV_CORPUS)"; exit 1; }
 corpus=$(realpath "$corpus")
-# Every wait of the test ends by then, leaving time to tear the cluster down within the
-# three minutes make cluster-test grants.
-sandbox_deadline=$((SECONDS + 140))
 
 # shellcheck source=tests/cluster/sandbox.sh
 . "$root/tests/cluster/sandbox.sh"
+# Every wait of the test ends by then, leaving time to tear the cluster down within the
+# three minutes make cluster-test grants.
+sandbox_deadline=$((SECONDS + 140))
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/zv-cluster.XXXXXX")
 passed=0
@@ -76,7 +76,7 @@ check() {
 }
 
 # Reports compared byte for byte once the wall times, the only values that differ between
-# two runs of the same input, are set to 0.
+# two runs of the same input into the same output root, are set to 0.
 without_times() { sed -E 's/("seconds": *)[0-9][0-9.eE+-]*/\10/g' "$1"; }
 same_report() { cmp <(without_times "$1") <(without_times "$2"); }
 
@@ -219,7 +219,11 @@ ids=$(PATH=$work/bin:$PATH ZV_MDL_IMPORT=$tool ZV_RUN_DIR=$run \
 read -r array merge <<<"$ids"
 await_jobs "$array" "$merge"
 echo "both submissions done in $((SECONDS - started))s"
-check "the re-run's merge ran" test -f "$run/run.json"
+check "every task of the re-run ran to its end, the broken model's shard exiting 1" \
+  test "$(job_states "$array" | cut -d' ' -f1-2)" = "$(for ((k = 1; k <= shards; k++)); do
+    if [ "$k" = "$broken_shard" ]; then echo "$k FAILED"; else echo "$k COMPLETED"; fi; done)"
+check "the re-run's merge wrote the run's report and exited 1 for the broken model" \
+  test -f "$run/run.json" -a "$(job_states "$merge")" = "0 FAILED 1:0"
 check "the re-run converted the cancelled shard's models, nothing else" test \
   "$(models_of "$run/run.json" converted)" = "$(models_of "$work/run1/shards/$victim.json" | grep -vxF "$broken")"
 check "the re-run tried the failed model again" test "$(models_of "$run/run.json" failed)" = "$broken"
