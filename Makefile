@@ -3,10 +3,12 @@
 PRESET ?= default
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: all build test demo asan tsan fuzz bench windows clean deps
+.PHONY: all build test demo asan tsan fuzz bench windows cluster-test clean deps
 
-# Debian packages the build and the tests use; installed when missing and apt-get can.
-DEB_PACKAGES := cmake:cmake ninja:ninja-build g++:g++ git:git parallel:parallel
+# Debian packages the build and the tests use (command:package); installed when missing
+# and apt-get can. Slurm and munge are for the cluster test's throwaway cluster.
+DEB_PACKAGES := cmake:cmake ninja:ninja-build g++:g++ git:git parallel:parallel \
+	slurmctld:slurm-wlm munged:munge
 
 all: build
 
@@ -23,7 +25,9 @@ deps:
 	if [ -n "$$missing" ]; then \
 	  if command -v apt-get >/dev/null 2>&1 && [ "$$(id -u)" = 0 ]; then \
 	    echo "Installing$$missing"; \
-	    apt-get install -y $$missing >/dev/null 2>&1 || { apt-get update >/dev/null && apt-get install -y $$missing; }; \
+	    export DEBIAN_FRONTEND=noninteractive; \
+	    { apt-get install -y $$missing >/dev/null 2>&1 || { apt-get update >/dev/null && apt-get install -y $$missing; }; } \
+	      || echo "Could not install$$missing (tests that need them are skipped)"; \
 	  else echo "Missing packages:$$missing (tests that need them are skipped)"; fi; \
 	fi
 
@@ -58,6 +62,12 @@ bench:
 # outputs with the Linux build's byte for byte (installs the packages when missing).
 windows: build
 	JOBS=$(JOBS) tools/ci/windows.sh
+
+# tools/cluster end to end on a throwaway one-node Slurm cluster: three minutes at most,
+# ten seconds of them for tearing the cluster down should the test be stopped.
+cluster-test: deps build/build.ninja
+	cmake --build build -j $(JOBS) --target zv_mdl_import
+	timeout -k 10 170 tests/cluster/cluster_test.sh build/zv_mdl_import
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz build-bench build-windows out
