@@ -4,6 +4,7 @@
 // 3x4 with the translation in column 3; M = B * A applies A first.
 
 #include <array>
+#include <cstdint>
 
 namespace zv {
 
@@ -81,5 +82,10 @@ Matrix3x4 invertRigid(const Matrix3x4& m);
 // m applied to a point (with translation) and to a direction (rotation only).
 Vector3 transformPoint(const Matrix3x4& m, const Vector3& p);
 Vector3 rotateVector(const Matrix3x4& m, const Vector3& v);
+
+// A 16-bit float as the legacy files store positions and deltas: sign, 5 exponent and 10
+// mantissa bits, exponent bits rebiased by 2^112; magnitudes of 65536 and more become
+// infinity or NaN.
+float halfToFloat(uint16_t h);
 
 }  // namespace zv
