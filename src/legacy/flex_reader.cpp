@@ -18,6 +18,7 @@ constexpr size_t kControllerUiSize = 20;
 constexpr size_t kMeshFlexSize = 60;
 constexpr size_t kVertexAnimSize = 16;
 constexpr size_t kWrinkleAnimSize = 18;
+constexpr int32_t kFirstUiVersion = 48;
 
 std::string indexed(std::string_view what, size_t index) {
   return format("%.*s[%zu]", int(what.size()), what.data(), index);
@@ -43,36 +44,45 @@ class FlexTableReader {
   FlexTableReader(RecordReader& reader, const Record& header, FlexTables& out) : r_(reader), h_(header), out_(out) {}
 
   // Rules name descriptors and controllers, UI entries controllers: when a table they
-  // need is lost, they go with it, and the table's note says why.
+  // need is lost, they go with it, and the table's note says why. The UI table exists from
+  // version 48 on; before, its header fields are unused and may hold anything.
   bool run() {
-    auto descriptors = readHeaderTable(260, 264, kDescriptorSize, "flex descriptor",
-                                       [&](const Record& d, const std::string& where) {
-                                         out_.descriptors.emplace_back();
-                                         r_.optional(where + "'s name", [&] { out_.descriptors.back() = name(d, 0, where); });
-                                       });
-    controllers_ = readHeaderTable(268, 272, kControllerSize, "flex controller",
-                                   [&](const Record& c, const std::string& where) {
-                                     FlexController& controller = out_.controllers.emplace_back();
-                                     controller.min = c.f32(12);
-                                     controller.max = c.f32(16);
-                                     r_.optional(where + "'s names", [&] {
-                                       controller.type = name(c, 0, where + ".type");
-                                       controller.name = name(c, 4, where);
-                                     });
-                                   });
-    if (!controllers_) return descriptors.has_value();
+    bool descriptors = readDescriptors();
+    if (!readControllers()) return descriptors;
     if (descriptors) {
       readHeaderTable(276, 280, kRuleSize, "flex rule", [&](const Record& rule, const std::string& where) {
         r_.optional(where, [&] { readRule(rule, where); });
       });
     }
+    if (h_.i32(4) < kFirstUiVersion) return descriptors;
     readHeaderTable(384, 388, kControllerUiSize, "flex controller UI", [&](const Record& ui, const std::string& where) {
       r_.optional(where, [&] { readControllerUi(ui, where); });
     });
-    return descriptors.has_value();
+    return descriptors;
   }
 
  private:
+  bool readDescriptors() {
+    auto table = readHeaderTable(260, 264, kDescriptorSize, "flex descriptor", [&](const Record& d, const std::string& where) {
+      out_.descriptors.emplace_back();
+      r_.optional(where + "'s name", [&] { out_.descriptors.back() = name(d, 0, where); });
+    });
+    return table.has_value();
+  }
+
+  bool readControllers() {
+    controllers_ = readHeaderTable(268, 272, kControllerSize, "flex controller", [&](const Record& c, const std::string& where) {
+      FlexController& controller = out_.controllers.emplace_back();
+      controller.min = c.f32(12);
+      controller.max = c.f32(16);
+      r_.optional(where + "'s names", [&] {
+        controller.type = name(c, 0, where + ".type");
+        controller.name = name(c, 4, where);
+      });
+    });
+    return controllers_.has_value();
+  }
+
   // Visits every record of a header table (count and offset fields from the file start);
   // a table that leaves the file is left out whole. Returns where it lies.
   template <class Visit>

@@ -149,6 +149,19 @@ TEST(FlexLoad, WhatEachBreakLeavesBehind) {
       << model->mdl.notes[0];
 }
 
+// Before version 48 the UI fields of the header are unused and may hold anything.
+TEST(FlexLoad, VersionsBefore48HaveNoControllerUiTable) {
+  mdlforge::Description d = faceModel();
+  d.version = 44;
+  auto files = buildFiles(d);
+  mdlforge::poke<int32_t>(files.mdl, 384, 0x7FFFFFFF);
+  mdlforge::poke<int32_t>(files.mdl, 388, -5);
+  MdlFile mdl = loadMdl(files);
+  EXPECT_TRUE(mdl.notes.empty());
+  EXPECT_TRUE(mdl.flexes.controllerUis.empty());
+  EXPECT_EQ(mdl.flexes.rules.size(), 5u);
+}
+
 // Non-finite halves (the compiler writes NaN as 0) read as 0.
 TEST(FlexLoad, NonFiniteDeltasReadAsZero) {
   auto files = buildFiles(faceModel());
