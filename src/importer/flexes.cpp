@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 #include <limits>
+#include <map>
 #include <set>
 
 #include "base/log.h"
@@ -15,10 +15,10 @@
 namespace zv {
 namespace {
 
-// Face rigs have a few hundred controllers at most; the dependency sets cost controllers
-// times rules, so a file claiming far more is treated as having no rules.
-constexpr size_t kMaxFlexControllers = 4096;
-constexpr size_t kMaxFlexRules = 4096;
+// Face rigs have a few hundred controllers at most; the dependency sets and the controls'
+// targets cost controllers times rules times targets, so a file claiming far more is
+// treated as having no rules and no controls.
+constexpr size_t kMaxFlexTable = 4096;
 
 // Safe names, unique among themselves; an empty one becomes "<fallback>_<index>".
 std::vector<std::string> uniqueNames(const std::vector<std::string>& raw, const char* fallback) {
@@ -38,17 +38,9 @@ void insertSorted(std::vector<int32_t>& set, int32_t value) {
   if (at == set.end() || *at != value) set.insert(at, value);
 }
 
-void mergeSorted(std::vector<int32_t>& into, const std::vector<int32_t>& from) {
-  std::vector<int32_t> merged;
-  std::set_union(into.begin(), into.end(), from.begin(), from.end(), std::back_inserter(merged));
-  into = std::move(merged);
-}
-
-bool intersects(const std::vector<int32_t>& a, const std::vector<int32_t>& b) {
-  for (int32_t value : b) {
-    if (std::binary_search(a.begin(), a.end(), value)) return true;
-  }
-  return false;
+bool hasController(const std::vector<uint64_t>& mask, int32_t controller) {
+  size_t word = size_t(controller) / 64;
+  return word < mask.size() && (mask[word] >> (size_t(controller) % 64) & 1) != 0;
 }
 
 FlexRuleExpression readsOf(const legacy::FlexRule& rule) {
@@ -66,11 +58,6 @@ FlexRuleExpression readsOf(const legacy::FlexRule& rule) {
 }
 
 void addRules(const legacy::FlexTables& tables, const std::string& modelPath, FlexModel& out) {
-  if (tables.controllers.size() > kMaxFlexControllers || tables.rules.size() > kMaxFlexRules) {
-    warning("%s: %zu flex controllers and %zu rules are more than a face has; the rules are left out\n",
-            modelPath.c_str(), tables.controllers.size(), tables.rules.size());
-    return;
-  }
   for (size_t i = 0; i < tables.rules.size(); ++i) {
     const legacy::FlexRule& rule = tables.rules[i];
     auto expression = flexRuleExpression(rule, out.controllerNames, out.descriptorNames);
@@ -85,12 +72,14 @@ void addRules(const legacy::FlexTables& tables, const std::string& modelPath, Fl
     out.rules.push_back(std::move(converted));
   }
   // Rules read only weights that earlier rules computed, so one pass in order suffices.
-  out.descriptorControllers.assign(tables.descriptors.size(), {});
+  size_t words = (tables.controllers.size() + 63) / 64;
+  out.descriptorControllers.assign(tables.descriptors.size(), std::vector<uint64_t>(words, 0));
   for (const FlexRuleExpression& rule : out.rules) {
-    std::vector<int32_t>& deps = out.descriptorControllers[size_t(rule.descriptor)];
-    mergeSorted(deps, rule.controllers);
+    std::vector<uint64_t>& deps = out.descriptorControllers[size_t(rule.descriptor)];
+    for (int32_t c : rule.controllers) deps[size_t(c) / 64] |= uint64_t{1} << (size_t(c) % 64);
     for (int32_t read : rule.descriptors) {
-      if (read != rule.descriptor) mergeSorted(deps, out.descriptorControllers[size_t(read)]);
+      const std::vector<uint64_t>& more = out.descriptorControllers[size_t(read)];
+      for (size_t w = 0; w < words; ++w) deps[w] |= more[w];
     }
   }
 }
@@ -178,15 +167,13 @@ std::array<uint32_t, 4> windowBits(const std::array<float, 4>& window) {
 // Targets by descriptor, then by first appearance of their window.
 std::vector<TargetSource> groupTargets(const legacy::SubModel& model) {
   std::vector<TargetSource> targets;
+  std::map<std::pair<int32_t, std::array<uint32_t, 4>>, size_t> index;  // finds, never orders
   for (size_t k = 0; k < model.meshes.size(); ++k) {
     for (size_t f = 0; f < model.meshes[k].flexes.size(); ++f) {
       const legacy::MeshFlex& flex = model.meshes[k].flexes[f];
-      auto bits = windowBits(flex.window);
-      auto found = std::find_if(targets.begin(), targets.end(), [&](const TargetSource& t) {
-        return t.descriptor == flex.descriptor && t.windowBits == bits;
-      });
-      if (found == targets.end()) found = targets.insert(targets.end(), TargetSource{flex.descriptor, bits, {}});
-      found->records.emplace_back(k, f);
+      auto [at, added] = index.try_emplace({flex.descriptor, windowBits(flex.window)}, targets.size());
+      if (added) targets.push_back(TargetSource{flex.descriptor, at->first.second, {}});
+      targets[at->second].records.emplace_back(k, f);
     }
   }
   std::stable_sort(targets.begin(), targets.end(),
@@ -317,6 +304,12 @@ FlexModel buildFlexModel(const legacy::MdlFile& mdl, const std::string& modelPat
   std::vector<std::string> controllerNames;
   for (const legacy::FlexController& c : tables.controllers) controllerNames.push_back(c.name);
   out.controllerNames = uniqueNames(controllerNames, "controller");
+  if (std::max({tables.controllers.size(), tables.rules.size(), tables.controllerUis.size()}) > kMaxFlexTable) {
+    warning("%s: %zu flex controllers, %zu rules and %zu controller UI entries are more than a face has; rules and "
+            "controls are left out\n",
+            modelPath.c_str(), tables.controllers.size(), tables.rules.size(), tables.controllerUis.size());
+    return out;
+  }
   addRules(tables, modelPath, out);
   addControls(tables, out);
   return out;
@@ -350,8 +343,10 @@ PartFlexes selectPartFlexes(const MeshPart& part, const FlexModel& flexes) {
   for (const FlexControl& control : flexes.controls) {
     PartControl drives{&control, {}};
     for (const MorphTarget& target : part.morphTargets) {
-      if (size_t(target.descriptor) < flexes.descriptorControllers.size() &&
-          intersects(flexes.descriptorControllers[size_t(target.descriptor)], control.controllers))
+      if (size_t(target.descriptor) >= flexes.descriptorControllers.size()) continue;
+      const std::vector<uint64_t>& deps = flexes.descriptorControllers[size_t(target.descriptor)];
+      if (std::any_of(control.controllers.begin(), control.controllers.end(),
+                      [&](int32_t c) { return hasController(deps, c); }))
         drives.targets.push_back(target.name);
     }
     if (!drives.targets.empty()) out.controls.push_back(std::move(drives));

@@ -105,8 +105,9 @@ struct FlexModel {
   std::vector<std::string> controllerNames;
   std::vector<FlexControl> controls;
   std::vector<FlexRuleExpression> rules;  // in legacy rule order
-  // Per descriptor, the controllers its weight depends on through the rules, sorted.
-  std::vector<std::vector<int32_t>> descriptorControllers;
+  // Per descriptor, the controllers its weight depends on through the rules: bit c of
+  // word c / 64 for controller c.
+  std::vector<std::vector<uint64_t>> descriptorControllers;
 };
 
 // What the model document needs of the mesh parts, per legacy body part.
