@@ -1,6 +1,5 @@
 #include "base/math.h"
 
-#include <bit>
 #include <cmath>
 
 namespace zv {
@@ -160,12 +159,5 @@ Vector3 rotateVector(const Matrix3x4& m, const Vector3& v) {
 }
 
 Vector3 transformPoint(const Matrix3x4& m, const Vector3& p) { return rotateVector(m, p) + m.translation(); }
-
-float halfToFloat(uint16_t h) {
-  constexpr float kRebias = 5.192296858534828e33f;  // 2^112
-  float magnitude = std::bit_cast<float>(uint32_t(h & 0x7FFFu) << 13) * kRebias;
-  if (magnitude >= 65536.0f) magnitude = std::bit_cast<float>(std::bit_cast<uint32_t>(magnitude) | 0x7F800000u);
-  return (h & 0x8000u) ? -magnitude : magnitude;
-}
 
 }  // namespace zv

@@ -84,9 +84,9 @@ void addRules(const legacy::FlexTables& tables, const std::string& modelPath, Fl
   }
 }
 
-FlexControl controlOf(const std::string& name, const legacy::FlexController& first, std::vector<int32_t> controllers) {
+// A control over controllers, with the range of the first; named once all are known.
+FlexControl controlOf(const legacy::FlexController& first, std::vector<int32_t> controllers) {
   FlexControl control;
-  control.name = name;
   control.controllers = std::move(controllers);
   control.min = first.min;
   control.max = first.max;
@@ -105,7 +105,7 @@ void addControls(const legacy::FlexTables& tables, FlexModel& out) {
     std::vector<int32_t> members{first};
     if (ui.stereo && ui.controllers[1] >= 0 && ui.controllers[1] != first) members.push_back(ui.controllers[1]);
     for (int32_t c : members) shown[size_t(c)] = true;
-    FlexControl control = controlOf("", tables.controllers[size_t(first)], members);
+    FlexControl control = controlOf(tables.controllers[size_t(first)], members);
     control.stereo = ui.stereo;
     control.eyelid = ui.remap == 3;
     raw.push_back(ui.name.empty() ? tables.controllers[size_t(first)].name : ui.name);
@@ -114,7 +114,7 @@ void addControls(const legacy::FlexTables& tables, FlexModel& out) {
   for (size_t c = 0; c < tables.controllers.size(); ++c) {
     if (shown[c]) continue;
     raw.push_back(tables.controllers[c].name);
-    controls.push_back(controlOf("", tables.controllers[c], {int32_t(c)}));
+    controls.push_back(controlOf(tables.controllers[c], {int32_t(c)}));
   }
   std::vector<std::string> names = uniqueNames(raw, "control");
   for (size_t i = 0; i < controls.size(); ++i) controls[i].name = names[i];

@@ -1,7 +1,6 @@
 #include "legacy/flex_reader.h"
 
 #include <cctype>
-#include <cmath>
 #include <optional>
 
 #include "base/strings.h"
@@ -25,14 +24,12 @@ std::string indexed(std::string_view what, size_t index) {
 }
 
 // The compiler writes NaN deltas as 0; any other non-finite half is damage, read as 0 too.
-float deltaHalf(const Record& r, size_t field) {
-  float value = halfToFloat(r.get<uint16_t>(field));
-  return std::isfinite(value) ? value : 0.0f;
+float deltaHalf(const uint8_t* at) {
+  uint16_t half = ByteView::load<uint16_t>(at);
+  return (half & 0x7C00u) == 0x7C00u ? 0.0f : halfToFloat(half);
 }
 
-Vector3 deltaHalves(const Record& r, size_t field) {
-  return {deltaHalf(r, field), deltaHalf(r, field + 2), deltaHalf(r, field + 4)};
-}
+Vector3 deltaHalves(const uint8_t* at) { return {deltaHalf(at), deltaHalf(at + 2), deltaHalf(at + 4)}; }
 
 bool takesController(int32_t code) {
   return code == kFlexFetchController || code == kFlexTwoWay0 || code == kFlexTwoWay1 || code == kFlexNWay ||
@@ -209,21 +206,23 @@ class MeshFlexReader {
     return -1;
   }
 
+  // The whole table was checked to lie in the file, so records are decoded straight from
+  // its bytes: a face holds hundreds of thousands of them.
   void readDeltas(const Record& flex, MeshFlex& out, const std::string& where) {
     size_t stride = out.wrinkle ? kWrinkleAnimSize : kVertexAnimSize;
     auto anims = r_.table(flex.position(), flex.i32(24), flex.i32(20), stride, where + ".vertex animation table");
-    if (!anims) return;
+    if (!anims || anims->count == 0) return;
+    const uint8_t* record = r_.file().sub(anims->start, anims->count * stride)->data();
     out.deltas.reserve(anims->count);
     size_t refused = 0;
-    for (size_t k = 0; k < anims->count; ++k) {
-      Record a = *r_.record(anims->at(k), stride, "vertex animation");
-      uint16_t vertex = a.get<uint16_t>(0);
+    for (size_t k = 0; k < anims->count; ++k, record += stride) {
+      uint16_t vertex = ByteView::load<uint16_t>(record);
       if (int32_t(vertex) >= vertexCount_) {
         ++refused;
         continue;
       }
-      out.deltas.push_back({vertex, a.get<uint8_t>(3), deltaHalves(a, 4), deltaHalves(a, 10),
-                            out.wrinkle ? deltaHalf(a, 16) : 0.0f});
+      out.deltas.push_back({vertex, record[3], deltaHalves(record + 4), deltaHalves(record + 10),
+                            out.wrinkle ? deltaHalf(record + 16) : 0.0f});
     }
     if (refused) {
       r_.note(format("%s at offset %zu: %zu of its %zu vertex animations name vertices past the mesh's %d; they "
