@@ -107,6 +107,22 @@ void dmxSeeds(const stdfs::path& out) {
   model->intArray("faces") = {0, 1, 2, -1};
   model->stringArray("vertexFormat") = {"position$0", "normal$0"};
   model->addElementArray("children").push_back(tree.create("DmeJoint", "bone"));
+  // A mesh with a morph target, for the importer rules on delta states.
+  zv::dmx::CDmElement* mesh = model->addElement("shape", "DmeMesh", "mesh");
+  zv::dmx::CDmElement* bind = mesh->addElement("bindState", "DmeVertexData", "bind");
+  mesh->setElement("currentState", bind);
+  bind->stringArray("vertexFormat") = {"position$0", "normal$0"};
+  bind->vector3Array("position$0") = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+  bind->intArray("position$0Indices") = {0, 1, 2};
+  bind->vector3Array("normal$0") = {{0, 0, 1}};
+  bind->intArray("normal$0Indices") = {0, 0, 0};
+  zv::dmx::CDmElement* delta = tree.create("DmeVertexDeltaData", "smile");
+  mesh->addElementArray("deltaStates").push_back(delta);
+  delta->stringArray("vertexFormat") = {"position$0", "normal$0", "wrinkle$0"};
+  delta->vector3Array("position$0") = {{0, 0, 1}};
+  delta->intArray("position$0Indices") = {2};
+  delta->floatArray("wrinkle$0") = {0.5f};
+  delta->intArray("wrinkle$0Indices") = {0};
   for (std::string_view encoding : {"binary", "binary_seqids"}) {
     if (auto bytes = zv::dmx::saveDmx(*root, encoding, "dmx", 22)) writeSeed(out / "fuzz_dmx_read", std::string(encoding), *bytes);
   }

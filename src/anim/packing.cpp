@@ -7,13 +7,6 @@
 
 namespace zv::anim {
 
-float halfToFloat(uint16_t h) {
-  constexpr float kRebias = 5.192296858534828e33f;  // 2^112
-  float magnitude = std::bit_cast<float>(uint32_t(h & 0x7FFFu) << 13) * kRebias;
-  if (magnitude >= 65536.0f) magnitude = std::bit_cast<float>(std::bit_cast<uint32_t>(magnitude) | 0x7F800000u);
-  return (h & 0x8000u) ? -magnitude : magnitude;
-}
-
 Quaternion unpackQuaternion48(uint16_t a, uint16_t b, uint16_t c) {
   Quaternion q;
   q.x = (float(a) - 32768.0f) / 32768.5f;

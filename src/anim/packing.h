@@ -9,9 +9,8 @@
 
 namespace zv::anim {
 
-// A 16-bit float of positions: sign, 5 exponent and 10 mantissa bits, exponent bits
-// rebiased by 2^112; magnitudes of 65536 and more become infinity or NaN.
-float halfToFloat(uint16_t h);
+// Raw positions are half floats, decoded as everywhere else.
+using zv::halfToFloat;
 
 // x, y from a and b over 15 bits and z over 14 bits of c; w computed, its sign in bit 15
 // of c. Not clamped: stored components beyond unit length give a NaN w.

@@ -4,6 +4,8 @@
 // 3x4 with the translation in column 3; M = B * A applies A first.
 
 #include <array>
+#include <bit>
+#include <cstdint>
 
 namespace zv {
 
@@ -81,5 +83,20 @@ Matrix3x4 invertRigid(const Matrix3x4& m);
 // m applied to a point (with translation) and to a direction (rotation only).
 Vector3 transformPoint(const Matrix3x4& m, const Vector3& p);
 Vector3 rotateVector(const Matrix3x4& m, const Vector3& v);
+
+// A 16-bit float as the legacy files store positions and deltas: sign, 5 exponent and 10
+// mantissa bits, exponent bias 15; the top exponent holds infinity and NaN. Inline and
+// without float arithmetic for normal values: faces decode hundreds of thousands.
+inline float halfToFloat(uint16_t h) {
+  uint32_t sign = uint32_t(h & 0x8000u) << 16;
+  uint32_t exponent = (h >> 10) & 0x1Fu;
+  uint32_t mantissa = h & 0x3FFu;
+  if (exponent == 0) {
+    float magnitude = float(mantissa) * 5.9604645e-8f;  // 2^-24: zero and subnormals, exactly
+    return sign ? -magnitude : magnitude;
+  }
+  if (exponent == 31) return std::bit_cast<float>(sign | 0x7F800000u | mantissa << 13);
+  return std::bit_cast<float>(sign | (exponent + 112) << 23 | mantissa << 13);
+}
 
 }  // namespace zv

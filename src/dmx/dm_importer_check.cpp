@@ -42,6 +42,11 @@ class Checker {
     }
     size_t corners = checkPositionsAndNormals(mesh, *data);
     checkJointWeights(mesh, *data);
+    const CDmElement* bind = elementOf(&mesh, "bindState");
+    const std::vector<CDmElement*>* deltas = valueOf<DmType::ElementArray>(&mesh, "deltaStates");
+    for (const CDmElement* delta : deltas ? *deltas : std::vector<CDmElement*>{}) {
+      if (delta) checkDeltaState(mesh, *delta, bind ? *bind : *data);
+    }
     const std::vector<CDmElement*>* faceSets = valueOf<DmType::ElementArray>(&mesh, "faceSets");
     for (const CDmElement* faceSet : faceSets ? *faceSets : std::vector<CDmElement*>{}) {
       if (!hasText(elementOf(faceSet, "material"), "mtlName"))
@@ -89,6 +94,29 @@ class Checker {
         problems.insert(format("mesh '%s': %s indices out of range or of another length", mesh.name().c_str(), field));
     }
     return corners.value_or(SIZE_MAX);
+  }
+
+  // Shape-key importers add each delta to the bind value its index names: every field of
+  // the delta's format needs values and as many indices, each inside the bind state's
+  // values of that field (wrinkles index the texture coordinates).
+  void checkDeltaState(const CDmElement& mesh, const CDmElement& delta, const CDmElement& bind) {
+    const std::vector<std::string>* vertexFormat = valueOf<DmType::StringArray>(&delta, "vertexFormat");
+    auto say = [&](const std::string& what) {
+      problems.insert(format("mesh '%s': delta state '%s' %s", mesh.name().c_str(), delta.name().c_str(), what.c_str()));
+    };
+    if (!vertexFormat) return say("has no vertexFormat");
+    for (const std::string& field : *vertexFormat) {
+      const CDmAttribute* values = delta.find(field);
+      const std::vector<int32_t>* indices = valueOf<DmType::IntArray>(&delta, field + "Indices");
+      if (!values || !values->isArray() || !indices) {
+        say("lacks " + field + " values or their indices");
+        continue;
+      }
+      if (values->arraySize() != indices->size()) say(format("has %zu %s values and %zu indices", values->arraySize(), field.c_str(), indices->size()));
+      size_t limit = arraySizeOf(&bind, field == "wrinkle$0" ? "texcoord$0" : field);
+      if (!std::all_of(indices->begin(), indices->end(), [&](int32_t i) { return i >= 0 && size_t(i) < limit; }))
+        say("has " + field + " indices past the bind state's values");
+    }
   }
 
   void checkJointWeights(const CDmElement& mesh, const CDmElement& data) {

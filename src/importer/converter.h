@@ -121,7 +121,11 @@ class C_ZV_MDL_Import {
   std::string uniqueAnimationName(const std::string& wanted);
   void finishMaterials();
   void nameUnresolvedMaterials();
-  MeshPart extractPart(size_t bodyPart, size_t subModel, int32_t lod, const legacy::StripModelLod& strips);
+  // sources receives, per gathered vertex, the resolved vertex it was gathered from.
+  MeshPart extractPart(size_t bodyPart, size_t subModel, int32_t lod, const legacy::StripModelLod& strips,
+                       std::vector<int32_t>& sources);
+  // The flex notes said once per model: controllers that drive nothing, eyeballs.
+  void noteFlexesLeftOut() const;
 
   const fs::FileSystem& fileSystem_;
   Output& output_;

@@ -3,6 +3,7 @@
 #include "base/path.h"
 #include "base/strings.h"
 #include "importer/dmx_skeleton.h"
+#include "importer/flex_dmx.h"
 #include "importer/model_keys.h"
 
 namespace zv {
@@ -20,13 +21,15 @@ struct VertexFields {
   std::vector<Vector2>* texcoords1;  // nullptr for parts with one set
   std::vector<float>* weights;
   std::vector<int32_t>* joints;
+  std::vector<float>* balance;  // nullptr for parts without stereo morph targets
   std::vector<std::vector<int32_t>*> indexLists;
 };
 
-VertexFields addVertexFields(dmx::CDmElement& data, bool twoSets) {
+VertexFields addVertexFields(dmx::CDmElement& data, bool twoSets, bool balance) {
   std::vector<std::string> format{"position$0", "normal$0", "texcoord$0", "tangent$0"};
   if (twoSets) format.push_back("texcoord$1");
   format.insert(format.end(), {"blendweights$0", "blendindices$0"});
+  if (balance) format.push_back("balance$0");
   data.stringArray("vertexFormat") = format;
   data.setInt("jointCount", int32_t(kJointCount));
   // Texture coordinates are stored as the legacy files hold them.
@@ -51,11 +54,16 @@ VertexFields addVertexFields(dmx::CDmElement& data, bool twoSets) {
   // Joint fields follow position$0 value for value and have no index list.
   f.weights = &data.floatArray("blendweights$0");
   f.joints = &data.intArray("blendindices$0");
+  if (balance) {
+    f.balance = &data.floatArray("balance$0");
+    indices("balance$0");
+  }
   return f;
 }
 
-void fillVertices(VertexFields& f, const std::vector<GatheredVertex>& vertices) {
-  for (const GatheredVertex& v : vertices) {
+void fillVertices(VertexFields& f, const MeshPart& part) {
+  if (f.balance) *f.balance = part.balance;
+  for (const GatheredVertex& v : part.vertices) {
     f.positions->push_back(v.position);
     f.normals->push_back(v.normal);
     f.texcoords0->push_back(v.texcoord0);
@@ -97,8 +105,8 @@ dmx::CDmElement* addFaceSet(dmx::DmElementTree& tree, const FaceSet& faces, cons
 }  // namespace
 
 dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& part,
-                                   const std::vector<SkeletonBone>& skeleton,
-                                   const MaterialSlots& materials) {
+                                   const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials,
+                                   const FlexModel& flexes) {
   dmx::CDmElement* root = tree.create("DmElement", "root");
   dmx::CDmElement* model = addSkeletonModel(tree, "model", skeleton);
   root->setElement("skeleton", model);
@@ -114,11 +122,12 @@ dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& par
 
   std::vector<dmx::CDmElement*>& faceSets = mesh->addElementArray("faceSets");
 
-  VertexFields fields = addVertexFields(*bind, part.texcoordSets == 2);
-  fillVertices(fields, part.vertices);
+  VertexFields fields = addVertexFields(*bind, part.texcoordSets == 2, !part.balance.empty());
+  fillVertices(fields, part);
   int32_t corner = 0;
   for (const FaceSet& faces : part.faceSets)
     faceSets.push_back(addFaceSet(tree, faces, materials, corner, fields));
+  addMorphTargetElements(tree, *root, *mesh, part, flexes);
   return root;
 }
 

@@ -15,9 +15,11 @@ namespace zv {
 // Corners are numbered across all face sets of the part; each vertex field's index list
 // maps a corner to its gathered vertex. Face sets name their material slot's mesh name
 // (its path, or the placeholder of an unresolved slot); a slot the model does not have
-// gets a "missing_material" name.
+// gets a "missing_material" name. A part with morph targets carries them on its mesh,
+// with the combination operator that drives them on the root.
 dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& part,
-                                   const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials);
+                                   const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials,
+                                   const FlexModel& flexes);
 
 // Whether a model may become a static prop: it must carry the static-prop flag, and a
 // "prop_data" block of its key-value text, when there is one, must allow it.

@@ -11,6 +11,7 @@
 #include "base/path.h"
 #include "base/strings.h"
 #include "importer/converter.h"
+#include "importer/flexes.h"
 
 namespace zv {
 namespace {
@@ -122,13 +123,47 @@ void transformPart(MeshPart& part, const Matrix3x4& m) {
     Vector3 direction = rotateVector(m, {vertex.tangent.x, vertex.tangent.y, vertex.tangent.z});
     vertex.tangent = {direction.x, direction.y, direction.z, vertex.tangent.w};
   }
+  // Deltas are differences of positions and of normals: directions.
+  for (MorphTarget& target : part.morphTargets) {
+    for (Vector3& delta : target.positionDeltas) delta = rotateVector(m, delta);
+    for (Vector3& delta : target.normalDeltas) delta = rotateVector(m, delta);
+  }
+}
+
+void C_ZV_MDL_Import::noteFlexesLeftOut() const {
+  const legacy::MdlFile& mdl = model_->mdl;
+  std::vector<bool> driving(mdl.flexes.controllers.size(), false);
+  for (const MeshPart& part : tables_.meshParts) {
+    for (const PartControl& used : selectPartFlexes(part, tables_.flexes).controls) {
+      for (int32_t c : used.control->controllers) driving[size_t(c)] = true;
+    }
+  }
+  std::string idle;
+  size_t idleCount = 0;
+  for (size_t c = 0; c < driving.size(); ++c) {
+    if (driving[c]) continue;
+    idle += (idleCount++ ? ", " : "") + tables_.flexes.controllerNames[c];
+  }
+  if (idleCount) {
+    warning("%s: %zu flex controllers drive no morph target and get no control: %s\n", settings_.inputPath.c_str(),
+            idleCount, idle.c_str());
+  }
+  bool eyeballs = false;
+  for (const legacy::BodyPart& part : mdl.bodyParts) {
+    for (const legacy::SubModel& model : part.models) eyeballs = eyeballs || model.eyeballCount > 0;
+  }
+  if (eyeballs) {
+    warning("%s: eyeballs are not converted; eyelid shapes come out as plain morph targets\n",
+            settings_.inputPath.c_str());
+  }
 }
 
 MeshPart C_ZV_MDL_Import::extractPart(size_t bodyPart, size_t subModel, int32_t lod,
-                                      const legacy::StripModelLod& strips) {
+                                      const legacy::StripModelLod& strips, std::vector<int32_t>& sources) {
   legacy::VertexFile& vertexFile = *model_->vertices;
   const legacy::SubModel& model = model_->mdl.bodyParts[bodyPart].models[subModel];
   MeshPart part;
+  sources.clear();
   part.lod = lod;
   part.texcoordSets = vertexFile.extraUvs().empty() ? 1 : 2;
   for (size_t k = 0; k < model.meshes.size(); ++k) {
@@ -143,7 +178,9 @@ MeshPart C_ZV_MDL_Import::extractPart(size_t bodyPart, size_t subModel, int32_t 
       for (int32_t& corner : faces.indices) corner += base;
       part.faceSets.push_back(std::move(faces));
       for (const legacy::StripVertex& vertex : group.vertices) {
-        part.vertices.push_back(gatherVertex(vertexFile, legacy::resolvedVertexIndex(model, mesh, vertex)));
+        int64_t index = legacy::resolvedVertexIndex(model, mesh, vertex);
+        part.vertices.push_back(gatherVertex(vertexFile, index));
+        sources.push_back(int32_t(index));
       }
     }
   }
@@ -171,6 +208,8 @@ bool C_ZV_MDL_Import::ExtractMeshes() {
   if (!settings_.allLods) lodCount = std::min(lodCount, 1);
   tables_.lodCount = lodCount;
 
+  tables_.flexes = buildFlexModel(mdl, settings_.inputPath);
+  std::vector<int32_t> sources;
   PartNames partNames;
   std::set<std::string> bodyPartNames;
   for (size_t b = 0; b < mdl.bodyParts.size(); ++b) {
@@ -189,8 +228,9 @@ bool C_ZV_MDL_Import::ExtractMeshes() {
         const legacy::StripModelLod* strips =
             hasGeometry ? findStripLod(*model_->strips, b, size_t(m), lod) : nullptr;
         if (strips) {
-          MeshPart part = extractPart(b, size_t(m), lod, *strips);
+          MeshPart part = extractPart(b, size_t(m), lod, *strips, sources);
           if (!part.faceSets.empty()) {
+            addMorphTargets(part, bodyPart.models[size_t(m)], sources, tables_.flexes);
             part.name = entry.meshName;
             entry.meshes.push_back({entry.meshName, strips->switchPoint});
             tables_.meshParts.push_back(std::move(part));
@@ -202,6 +242,7 @@ bool C_ZV_MDL_Import::ExtractMeshes() {
     tables_.bodyGroups.push_back(std::move(group));
   }
   finishMaterials();
+  noteFlexesLeftOut();
 
   if (settings_.yUpToZUp) {
     Matrix3x4 m = yUpToZUpMatrix();

@@ -14,7 +14,7 @@ bool C_ZV_MDL_Import::WriteMeshes() {
   for (const MeshPart& part : tables_.meshParts) {
     std::string file = path::toForwardSlashes(path::join(paths_.meshFolder, part.name + ".dmx"));
     dmx::DmElementTree tree;
-    const dmx::CDmElement* root = buildMeshPartTree(tree, part, tables_.skeleton, tables_.materials);
+    const dmx::CDmElement* root = buildMeshPartTree(tree, part, tables_.skeleton, tables_.materials, tables_.flexes);
     if (part.texcoordSets == 2) texcoordSets = 2;
     if (Status saved = saveDmxFile(output_, file, *root); !saved) {
       warning("C_ZV_MDL_Import::WriteMeshes(2264): Unable to save %s: %s\n", file.c_str(),

@@ -54,6 +54,23 @@ struct FaceSet {
   std::vector<int32_t> indices;
 };
 
+// One morph target of a part: the deltas of one flex descriptor inside one weight window,
+// merged over the part's meshes. Each field lists only its non-zero deltas, by the part's
+// vertex number; a vertex appears at most once per field.
+struct MorphTarget {
+  std::string name;  // unique within the part
+  int32_t descriptor = 0;
+  std::array<float, 4> window{};
+  bool stereo = false;
+  bool wrinkle = false;
+  std::vector<int32_t> positionIndices;
+  std::vector<Vector3> positionDeltas;
+  std::vector<int32_t> normalIndices;
+  std::vector<Vector3> normalDeltas;
+  std::vector<int32_t> wrinkleIndices;
+  std::vector<float> wrinkleDeltas;
+};
+
 // The geometry of one body part, sub-model and LOD.
 struct MeshPart {
   std::string name;
@@ -61,6 +78,38 @@ struct MeshPart {
   int32_t texcoordSets = 1;
   std::vector<GatheredVertex> vertices;
   std::vector<FaceSet> faceSets;
+  std::vector<MorphTarget> morphTargets;
+  // Per vertex, the left side's share of stereo targets; empty when no target is stereo.
+  std::vector<float> balance;
+};
+
+// A control animators move: one legacy controller, or a stereo pair as one control.
+struct FlexControl {
+  std::string name;
+  std::vector<int32_t> controllers;  // legacy controller indices
+  bool stereo = false;
+  bool eyelid = false;
+  float min = 0, max = 1;  // the (left) controller's range
+};
+
+// A legacy rule the converter understood, as an infix expression.
+struct FlexRuleExpression {
+  int32_t descriptor = 0;  // the weight it computes
+  std::string name;        // the descriptor's name in expressions
+  std::string expression;
+  std::vector<int32_t> controllers;  // what it reads, sorted, each once
+  std::vector<int32_t> descriptors;
+};
+
+// What every part file with morph targets shares: names in expressions, controls, rules.
+struct FlexModel {
+  std::vector<std::string> descriptorNames;  // safe and unique within the model
+  std::vector<std::string> controllerNames;
+  std::vector<FlexControl> controls;
+  std::vector<FlexRuleExpression> rules;  // in legacy rule order
+  // Per descriptor, the controllers its weight depends on through the rules: bit c of
+  // word c / 64 for controller c.
+  std::vector<std::vector<uint64_t>> descriptorControllers;
 };
 
 // What the model document needs of the mesh parts, per legacy body part.
@@ -175,6 +224,7 @@ struct ModelTables {
   std::vector<SkeletonBone> skeleton;
   MaterialSlots materials;
   std::vector<MeshPart> meshParts;
+  FlexModel flexes;
   std::vector<BodyGroup> bodyGroups;
   int32_t lodCount = 1;  // LODs exported
   std::vector<AnimExportRecord> animations;

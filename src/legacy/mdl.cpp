@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "base/strings.h"
+#include "legacy/flex_reader.h"
 #include "legacy/record_reader.h"
 
 namespace zv::legacy {
@@ -62,6 +63,7 @@ class MdlParser {
     readIkChains();
     readPoseParams();
     readIncludes();
+    readFlexes();
     r_.optional("the key-value text", [&] { out_.keyValues = readText(0, h_.i32(312), h_.i32(316), "key-value text"); });
     r_.optional("the surface property", [&] {
       out_.surfaceProp = r_.string(0, h_.i32(308), "surface property name").value_or("");
@@ -256,6 +258,7 @@ class MdlParser {
     model.vertexCount = m.i32(80);
     model.vertexIndex = m.i32(84);
     model.tangentIndex = m.i32(88);
+    model.eyeballCount = m.i32(100);
     auto meshes = r_.table(m.position(), m.i32(76), m.i32(72), kMeshSize, where + ".mesh table");
     for (size_t k = 0; meshes && k < meshes->count && !r_.failed(); ++k) {
       Record r = *r_.record(meshes->at(k), kMeshSize, "mesh");
@@ -267,6 +270,7 @@ class MdlParser {
       mesh.materialParam = r.i32(28);
       mesh.meshId = r.i32(32);
       mesh.center = r.vec3(36);
+      mesh.recordOffset = r.position();
       for (size_t l = 0; l < 8; ++l) mesh.lodVertexCounts[l] = r.i32(52 + 4 * l);
       model.meshes.push_back(mesh);
     }
@@ -592,6 +596,21 @@ class MdlParser {
                           return IncludeModel{r_.string(e.position(), e.i32(0), where + ".label").value_or(""),
                                               r_.string(e.position(), e.i32(4), where + ".file name").value_or("")};
                         });
+  }
+
+  // The flex tables, then each mesh's flex records, which name descriptors by index.
+  void readFlexes() {
+    if (!readFlexTables(r_, h_, out_.flexes)) return;
+    for (size_t b = 0; b < out_.bodyParts.size(); ++b) {
+      for (size_t m = 0; m < out_.bodyParts[b].models.size(); ++m) {
+        for (size_t k = 0; k < out_.bodyParts[b].models[m].meshes.size(); ++k) {
+          Mesh& mesh = out_.bodyParts[b].models[m].meshes[k];
+          Record record = *r_.record(mesh.recordOffset, kMeshSize, "mesh");
+          mesh.flexes = readMeshFlexes(r_, record, mesh.vertexCount, out_.flexes,
+                                       format("bodypart[%zu].model[%zu].mesh[%zu]", b, m, k));
+        }
+      }
+    }
   }
 
   MdlFile& out_;

@@ -16,6 +16,7 @@
 
 #include "base/math.h"
 #include "base/result.h"
+#include "legacy/flex.h"
 
 namespace zv::legacy {
 
@@ -67,6 +68,8 @@ struct Mesh {
   int32_t meshId = 0;
   Vector3 center;
   std::array<int32_t, 8> lodVertexCounts{};
+  std::vector<MeshFlex> flexes;
+  size_t recordOffset = 0;  // absolute position of the record in the file
 };
 
 struct SubModel {
@@ -76,6 +79,7 @@ struct SubModel {
   int32_t vertexCount = 0;
   int32_t vertexIndex = 0;  // byte offset into the vertex array, a multiple of 48
   int32_t tangentIndex = 0;
+  int32_t eyeballCount = 0;
   std::vector<Mesh> meshes;
 };
 
@@ -268,6 +272,7 @@ class MdlFile {
   std::vector<AnimBlock> animBlocks;
   std::vector<BodyGroupPreset> bodyGroupPresets;
   std::optional<LinearBoneTable> linearBones;
+  FlexTables flexes;
   // Optional records left out because they are broken, one message each (file, record,
   // offset, what is wrong); the rest of the model is usable.
   std::vector<std::string> notes;

@@ -81,6 +81,8 @@ class RecordReader {
     error_.reset();
     return false;
   }
+  // A piece kept with something inside it left out says so here.
+  void note(const std::string& message) { notes_.push_back(fileName_ + ": " + message); }
   // What optional pieces were left out, in file order.
   const std::vector<std::string>& notes() const { return notes_; }
 

@@ -17,8 +17,8 @@ namespace {
 using testing::mustRead;
 using testing::mustSave;
 
-// One mesh (a triangle, one face set, one joint weight per position) and one clip with a
-// bound channel.
+// One mesh (a triangle, one face set, one joint weight per position, one delta state) and
+// one clip with a bound channel.
 struct ImportableTree {
   DmElementTree tree;
   CDmElement* root = tree.create("DmElement", "root");
@@ -30,6 +30,7 @@ struct ImportableTree {
   CDmElement* clip = tree.create("DmeChannelsClip", "walk");
   CDmElement* channel = tree.create("DmeChannel", "pelvis_p");
   CDmElement* layer = tree.create("DmeVector3LogLayer", "vector3 log");
+  CDmElement* delta = tree.create("DmeVertexDeltaData", "smile");
 
   ImportableTree() {
     root->setElement("skeleton", model);
@@ -51,6 +52,12 @@ struct ImportableTree {
     faceSet->setElement("material", material);
     material->setString("mtlName", "materials/m.qmat");
     faceSet->intArray("faces") = {0, 1, 2, -1};
+    mesh->elementArray("deltaStates") = {delta};
+    delta->stringArray("vertexFormat") = {"position$0", "normal$0"};
+    delta->vector3Array("position$0") = {{0, 0, 1}};
+    delta->intArray("position$0Indices") = {2};
+    delta->vector3Array("normal$0") = {{0, 1, 0}};
+    delta->intArray("normal$0Indices") = {0};
 
     CDmElement* list = root->addElement("animationList", "DmeAnimationList", "walk");
     list->elementArray("animations") = {clip};
@@ -99,6 +106,31 @@ const BrokenRule kBrokenRules[] = {
      "channel 'pelvis_p' is not bound to a transform with one value per key"},
 };
 
+// What shape-key importers need of delta states; the independent reader leaves them unchecked.
+const BrokenRule kBrokenDeltaRules[] = {
+    {"delta without vertexFormat", [](ImportableTree& t) { t.delta->removeAttribute("vertexFormat"); },
+     "mesh 'part': delta state 'smile' has no vertexFormat"},
+    {"delta field without indices", [](ImportableTree& t) { t.delta->removeAttribute("normal$0Indices"); },
+     "mesh 'part': delta state 'smile' lacks normal$0 values or their indices"},
+    {"delta field listed but absent",
+     [](ImportableTree& t) { t.delta->stringArray("vertexFormat") = {"position$0", "normal$0", "wrinkle$0"}; },
+     "mesh 'part': delta state 'smile' lacks wrinkle$0 values or their indices"},
+    {"more indices than deltas", [](ImportableTree& t) { t.delta->intArray("position$0Indices") = {2, 1}; },
+     "mesh 'part': delta state 'smile' has 1 position$0 values and 2 indices"},
+    {"delta index past the positions", [](ImportableTree& t) { t.delta->intArray("position$0Indices") = {3}; },
+     "mesh 'part': delta state 'smile' has position$0 indices past the bind state's values"},
+    {"negative delta index", [](ImportableTree& t) { t.delta->intArray("normal$0Indices") = {-1}; },
+     "mesh 'part': delta state 'smile' has normal$0 indices past the bind state's values"},
+    // Wrinkles index the texture coordinates, which this bind state does not have.
+    {"wrinkle without texture coordinates",
+     [](ImportableTree& t) {
+       t.delta->stringArray("vertexFormat") = {"position$0", "normal$0", "wrinkle$0"};
+       t.delta->floatArray("wrinkle$0") = {0.5f};
+       t.delta->intArray("wrinkle$0Indices") = {0};
+     },
+     "mesh 'part': delta state 'smile' has wrinkle$0 indices past the bind state's values"},
+};
+
 TEST(ImporterProblems, AFileImportersTakeHasNone) {
   ImportableTree tree;
   EXPECT_EQ(importerProblems(mustRead(mustSave(*tree.root))), std::vector<std::string>{});
@@ -107,6 +139,14 @@ TEST(ImporterProblems, AFileImportersTakeHasNone) {
 
 TEST(ImporterProblems, EachBrokenRuleIsNamedOnce) {
   for (const BrokenRule& rule : kBrokenRules) {
+    ImportableTree tree;
+    rule.breakIt(tree);
+    EXPECT_EQ(importerProblems(mustRead(mustSave(*tree.root))), std::vector<std::string>{rule.problem}) << rule.what;
+  }
+}
+
+TEST(ImporterProblems, EachBrokenDeltaStateRuleIsNamedOnce) {
+  for (const BrokenRule& rule : kBrokenDeltaRules) {
     ImportableTree tree;
     rule.breakIt(tree);
     EXPECT_EQ(importerProblems(mustRead(mustSave(*tree.root))), std::vector<std::string>{rule.problem}) << rule.what;

@@ -148,5 +148,61 @@ TEST(ModelFile, RefusesOnlyWhatItsFieldsCannotHold) {
   }
 }
 
+// Flex tables at the header's fields, UI slots as offsets to controller records, and the
+// two vertex animation forms packed at 16 and 18 bytes with half-float deltas.
+TEST(Flexes, TablesRecordsAndBothVertexAnimationForms) {
+  Description d;
+  d.flexDescriptors = {"smile", "frown"};
+  d.flexControllers = {{"mouth", "a", 0, 1}, {"mouth", "b", -1, 1}};
+  d.flexRules = {{1, {FlexOp{1, 0.5f, 0}, FlexOp{2, 0, 1}, FlexOp{6, 0, 0}}}};
+  d.flexControllerUis = {{"ab", 0, 1, -1, 1, true}};
+  Mesh mesh;
+  mesh.vertices.resize(3);
+  mesh.lods = {{triangleGroup(3, {0, 1, 2})}};
+  MeshFlex plain{0, {0, 1, 10, 11}, 1, false, {{2, 9, 200, {0.5f, 0, -2}, {0, 1, 0}, 0}}};
+  MeshFlex wrinkle{1, {0, 1, 1, 1}, 0, true, {{0, 255, 0, {1, 0, 0}, {}, 0.25f}, {1, 255, 0, {0, 0, 1}, {}, -1}}};
+  mesh.flexes = {plain, wrinkle};
+  d.bodyParts = {BodyPart{"body", {}, {SubModel{"m", {mesh}}}}};
+  ModelFiles files = forge(d);
+  Bytes mdl(files.mdl);
+  ASSERT_EQ(mdl.i32(260), 2);
+  EXPECT_EQ(mdl.name(static_cast<size_t>(mdl.i32(264)) + 4, 0), "frown");
+  size_t controllers = static_cast<size_t>(mdl.i32(272));
+  EXPECT_EQ(mdl.name(controllers + 20, 4), "b");
+  EXPECT_EQ(mdl.i32(controllers + 28), -1);
+  EXPECT_EQ(mdl.f32(controllers + 32), -1.0f);
+  size_t rule = static_cast<size_t>(mdl.i32(280));
+  EXPECT_EQ(mdl.i32(rule), 1);
+  ASSERT_EQ(mdl.i32(rule + 4), 3);
+  size_t ops = mdl.follow(rule, 8);
+  EXPECT_EQ(mdl.f32(ops + 4), 0.5f);
+  EXPECT_EQ(mdl.i32(ops + 12), 1);
+  size_t ui = static_cast<size_t>(mdl.i32(388));
+  ASSERT_EQ(mdl.i32(384), 1);
+  EXPECT_EQ(mdl.follow(ui, 4), controllers);
+  EXPECT_EQ(mdl.follow(ui, 8), controllers + 20);
+  EXPECT_EQ(mdl.i32(ui + 12), 0);
+  EXPECT_EQ(mdl.at<uint8_t>(ui + 16), 1);
+  EXPECT_EQ(mdl.at<uint8_t>(ui + 17), 1);
+
+  size_t meshRecord = files.where.mdl.at("mesh[0][0][0]");
+  ASSERT_EQ(mdl.i32(meshRecord + 16), 2);
+  size_t flex0 = mdl.follow(meshRecord, 20), flex1 = flex0 + 60;
+  EXPECT_EQ(mdl.f32(flex0 + 16), 11.0f);
+  EXPECT_EQ(mdl.i32(flex0 + 20), 1);
+  EXPECT_EQ(mdl.i32(flex0 + 28), 1);
+  EXPECT_EQ(mdl.at<uint8_t>(flex1 + 32), 1);
+  size_t anim0 = mdl.follow(flex0, 24), anim1 = mdl.follow(flex1, 24);
+  EXPECT_EQ(mdl.at<uint16_t>(anim0), 2);
+  EXPECT_EQ(mdl.at<uint8_t>(anim0 + 2), 9);
+  EXPECT_EQ(mdl.at<uint8_t>(anim0 + 3), 200);
+  EXPECT_EQ(mdl.at<uint16_t>(anim0 + 4), 0x3800);   // 0.5 as a half
+  EXPECT_EQ(mdl.at<uint16_t>(anim0 + 8), 0xC000);   // -2
+  EXPECT_EQ(mdl.at<uint16_t>(anim0 + 12), 0x3C00);  // normal y 1
+  EXPECT_EQ(mdl.at<uint16_t>(anim1 + 16), 0x3400);  // wrinkle 0.25
+  EXPECT_EQ(mdl.at<uint16_t>(anim1 + 18), 1);       // the next record, 18 bytes on
+  EXPECT_EQ(mdl.at<uint16_t>(anim1 + 18 + 16), 0xBC00);
+}
+
 }  // namespace
 }  // namespace zv::mdlforge

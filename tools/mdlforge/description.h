@@ -80,6 +80,58 @@ struct StripGroup {
 // mesh vertex i) with one triangle-list strip of the given corners.
 StripGroup triangleGroup(size_t vertexCount, std::vector<uint16_t> corners);
 
+// ---- Flexes ---------------------------------------------------------------------------
+
+// One moved vertex of a mesh flex; deltas are stored as half floats.
+struct VertexDelta {
+  uint16_t vertex = 0;  // within the mesh
+  uint8_t speed = 255;
+  uint8_t side = 0;
+  Vector3 position;
+  Vector3 normal;
+  float wrinkle = 0;  // stored only by wrinkle flexes
+};
+
+// The deltas one descriptor applies to a mesh inside a weight window.
+struct MeshFlex {
+  int32_t descriptor = 0;
+  std::array<float, 4> window{0, 1, 10, 11};
+  int32_t partner = 0;   // the other side's descriptor of a stereo flex; 0 for none
+  bool wrinkle = false;  // 18-byte vertex animation records
+  std::vector<VertexDelta> deltas;
+};
+
+struct FlexController {
+  std::string type;
+  std::string name;
+  float min = 0;
+  float max = 1;
+};
+
+// A rule op: the constant's value for op 1, the index (controller, descriptor or count)
+// for every other op.
+struct FlexOp {
+  int32_t code = 1;
+  float value = 0;
+  int32_t index = 0;
+};
+
+struct FlexRule {
+  int32_t target = 0;
+  std::vector<FlexOp> ops;
+};
+
+// Controller slots are stored as offsets from the UI record to the controller records;
+// -1 stores 0 (none). An index past the controller table is written as if it were there.
+struct FlexControllerUi {
+  std::string name;
+  int32_t controller = -1;  // the left one when stereo
+  int32_t right = -1;
+  int32_t value = -1;  // the value controller of n-way and eyelid remaps
+  uint8_t remap = 0;
+  bool stereo = false;
+};
+
 struct Mesh {
   int32_t material = 0;
   std::vector<Vertex> vertices;
@@ -88,6 +140,7 @@ struct Mesh {
   int32_t materialType = 0;
   int32_t materialParam = 0;
   uint8_t stripFlags = 0;  // flags of the strip-file mesh record
+  std::vector<MeshFlex> flexes;
 };
 
 struct SubModel {
@@ -394,6 +447,10 @@ struct Description {
   std::vector<BodyGroupPreset> presets;
   std::vector<Animation> animations;
   std::vector<Sequence> sequences;
+  std::vector<std::string> flexDescriptors;
+  std::vector<FlexController> flexControllers;
+  std::vector<FlexRule> flexRules;
+  std::vector<FlexControllerUi> flexControllerUis;
 
   StripFileOptions strip;
   VertexFileOptions vertexFile;

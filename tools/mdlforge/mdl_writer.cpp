@@ -12,6 +12,7 @@
 #include "base/strings.h"
 #include "mdlforge/anim_encoder.h"
 #include "mdlforge/byte_writer.h"
+#include "mdlforge/flex_writer.h"
 #include "mdlforge/writers.h"
 
 namespace zv::mdlforge {
@@ -93,6 +94,7 @@ class ModelWriter {
     writePoseParameters();
     writeIkChains();
     writeIncludes();
+    FlexWriter(d_, w_, pool_, where_).writeTables();
     writeMaterials();
     writeKeyValues();
     writeSecondaryTables();
@@ -607,8 +609,10 @@ class ModelWriter {
       }
       for (size_t m = 0; m < meshes.size(); ++m) {
         w_.patchOffsetHere(meshes[m].field, meshes[m].base);
-        for (size_t k = 0; k < d_.bodyParts[b].models[m].meshes.size(); ++k)
-          writeMesh(b, m, k, meshes[m].base);
+        size_t meshCount = d_.bodyParts[b].models[m].meshes.size();
+        for (size_t k = 0; k < meshCount; ++k) writeMesh(b, m, k, meshes[m].base);
+        FlexWriter flexes(d_, w_, pool_, where_);
+        for (size_t k = 0; k < meshCount; ++k) flexes.writeMeshFlexes(b, m, k, where_.at(placeKey("mesh", {b, m, k})));
       }
     }
   }

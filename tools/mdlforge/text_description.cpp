@@ -1,5 +1,6 @@
 #include "mdlforge/text_description.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <functional>
@@ -281,7 +282,8 @@ Field repeated(std::string_view key, std::vector<T>& list, Read read) {
 class Names {
  public:
   Names(const KeyValues& root, std::string_view kind) {
-    for (const KeyValues* node : root.findAll(kind)) names_.push_back(node->getString("name"));
+    for (const KeyValues* node : root.findAll(kind))
+      names_.push_back(node->isSection() ? node->getString("name") : node->value());
   }
 
   // An index, or the name of an element.
@@ -357,7 +359,9 @@ class DescriptionReader {
       : bones_(model, "bone"),
         animations_(model, "animation"),
         poseParameters_(model, "poseparam"),
-        sequences_(model, "sequence") {}
+        sequences_(model, "sequence"),
+        flexDescriptors_(model, "flexdesc"),
+        flexControllers_(model, "flexcontroller") {}
 
   Status read(const KeyValues& model, Description& d) {
     return readFields(
@@ -389,7 +393,14 @@ class DescriptionReader {
                 repeated("skinfamily", d.skinFamilies, parseIntegers),
                 keyValueText("keyvalues", d.keyValues),
                 repeated("bone", d.bones, [this](const KeyValues& kv, Bone& b) { return readBone(kv, b); }),
-                repeated("bodypart", d.bodyParts, readBodyPart),
+                repeated("bodypart", d.bodyParts,
+                         [this](const KeyValues& kv, BodyPart& b) { return readBodyPart(kv, b); }),
+                repeated("flexdesc", d.flexDescriptors, parseLeaf),
+                repeated("flexcontroller", d.flexControllers, readFlexController),
+                repeated("flexrule", d.flexRules,
+                         [this](const KeyValues& kv, FlexRule& r) { return readFlexRule(kv, r); }),
+                repeated("flexui", d.flexControllerUis,
+                         [this](const KeyValues& kv, FlexControllerUi& u) { return readFlexUi(kv, u); }),
                 repeated("poseparam", d.poseParameters, readPoseParameter),
                 repeated("attachment", d.attachments,
                          [this](const KeyValues& kv, Attachment& a) { return readAttachment(kv, a); }),
@@ -443,17 +454,19 @@ class DescriptionReader {
                                        {"data", [&p](const KeyValues& d) { return parseHex(d, p.bytes); }}}));
   }
 
-  static Status readBodyPart(const KeyValues& kv, BodyPart& part) {
+  Status readBodyPart(const KeyValues& kv, BodyPart& part) const {
     return readFields(kv, {value("name", part.name), value("base", part.base),
-                           repeated("model", part.models, readSubModel)});
+                           repeated("model", part.models,
+                                    [this](const KeyValues& m, SubModel& model) { return readSubModel(m, model); })});
   }
 
-  static Status readSubModel(const KeyValues& kv, SubModel& model) {
-    return readFields(kv, {value("name", model.name), repeated("mesh", model.meshes, readMesh)});
+  Status readSubModel(const KeyValues& kv, SubModel& model) const {
+    return readFields(kv, {value("name", model.name),
+                           repeated("mesh", model.meshes, [this](const KeyValues& m, Mesh& mesh) { return readMesh(m, mesh); })});
   }
 
   // "triangles" groups cover every vertex of the mesh, which may be listed after them.
-  static Status readMesh(const KeyValues& kv, Mesh& mesh) {
+  Status readMesh(const KeyValues& kv, Mesh& mesh) const {
     std::vector<std::pair<size_t, size_t>> wholeMesh;  // LOD and group of each such group
     auto readLod = [&](const KeyValues& lod, std::vector<StripGroup>& groups) {
       std::vector<uint16_t> triangles;
@@ -468,7 +481,9 @@ class DescriptionReader {
     Status status =
         readFields(kv, {value("material", mesh.material), value("material_type", mesh.materialType),
                         value("material_param", mesh.materialParam), value("flags", mesh.stripFlags),
-                        repeated("vertex", mesh.vertices, readVertex), repeated("lod", mesh.lods, readLod)});
+                        repeated("vertex", mesh.vertices, readVertex), repeated("lod", mesh.lods, readLod),
+                        repeated("flex", mesh.flexes,
+                                 [this](const KeyValues& f, MeshFlex& flex) { return readMeshFlex(f, flex); })});
     for (auto [lod, group] : wholeMesh) {
       if (lod >= mesh.lods.size() || group >= mesh.lods[lod].size()) continue;
       for (size_t i = 0; i < mesh.vertices.size(); ++i)
@@ -516,6 +531,92 @@ class DescriptionReader {
                         repeated("strip", group.strips, readStrip), value("triangles", triangles)});
     if (!triangles.empty()) group.strips.push_back({std::move(triangles)});
     return status;
+  }
+
+  // Deltas are values "vertex side px py pz nx ny nz [wrinkle]".
+  Status readMeshFlex(const KeyValues& kv, MeshFlex& flex) const {
+    auto readDelta = [](const KeyValues& d, VertexDelta& delta) {
+      std::vector<float> n;
+      if (auto s = floatList(d, n); !s) return s;
+      if (n.size() != 8 && n.size() != 9) return Status(valueError(d, "needs 8 or 9 numbers"));
+      if (n[0] < 0 || n[0] > 65535 || n[1] < 0 || n[1] > 255) return Status(valueError(d, "has a vertex or side out of range"));
+      delta.vertex = static_cast<uint16_t>(n[0]);
+      delta.side = static_cast<uint8_t>(n[1]);
+      delta.position = {n[2], n[3], n[4]};
+      delta.normal = {n[5], n[6], n[7]};
+      if (n.size() == 9) delta.wrinkle = n[8];
+      return Status();
+    };
+    return readFields(kv, {flexDescriptors_.field("descriptor", flex.descriptor), value("window", flex.window),
+                           flexDescriptors_.field("partner", flex.partner), value("wrinkle", flex.wrinkle),
+                           repeated("delta", flex.deltas, readDelta)});
+  }
+
+  static Status readFlexController(const KeyValues& kv, FlexController& c) {
+    return readFields(kv, {value("name", c.name), value("type", c.type), value("min", c.min), value("max", c.max)});
+  }
+
+  Status readFlexRule(const KeyValues& kv, FlexRule& rule) const {
+    return readFields(kv, {flexDescriptors_.field("target", rule.target),
+                           {"ops", [this, &rule](const KeyValues& o) { return readFlexOps(o, rule.ops); }}});
+  }
+
+  // Postfix words: a number is a constant; c:REF and f:REF fetch a controller and a
+  // descriptor; + - * / neg exp ( ) , max min; 2way0:REF 2way1:REF nway:REF
+  // lowereyelid:REF uppereyelid:REF name a controller, combo:N dominate:N a count;
+  // op:CODE:N writes any op as given.
+  Status readFlexOps(const KeyValues& kv, std::vector<FlexOp>& ops) const {
+    if (auto s = needLeaf(kv); !s) return s;
+    static const std::vector<std::pair<std::string_view, int32_t>> kPlain{
+        {"+", 4}, {"-", 5}, {"*", 6}, {"/", 7}, {"neg", 8}, {"exp", 9}, {"(", 10}, {")", 11}, {",", 12}, {"max", 13}, {"min", 14}};
+    static const std::vector<std::pair<std::string_view, int32_t>> kIndexed{
+        {"c", 2}, {"f", 3}, {"2way0", 15}, {"2way1", 16}, {"nway", 17}, {"combo", 18}, {"dominate", 19},
+        {"lowereyelid", 20}, {"uppereyelid", 21}};
+    for (std::string_view word : words(kv.value())) {
+      FlexOp op;
+      if (toFloat(word, op.value)) {
+        op.code = 1;
+      } else if (auto plain = std::find_if(kPlain.begin(), kPlain.end(), [&](auto& p) { return equalsNoCase(p.first, word); });
+                 plain != kPlain.end()) {
+        op.code = plain->second;
+      } else if (auto s = readIndexedOp(kv, word, kIndexed, op); !s) {
+        return s;
+      }
+      ops.push_back(op);
+    }
+    return {};
+  }
+
+  Status readIndexedOp(const KeyValues& kv, std::string_view word,
+                       const std::vector<std::pair<std::string_view, int32_t>>& kinds, FlexOp& op) const {
+    size_t colon = word.find(':');
+    std::string_view kind = word.substr(0, colon), operand = colon == word.npos ? "" : word.substr(colon + 1);
+    int64_t number = 0;
+    if (equalsNoCase(kind, "op")) {
+      size_t second = operand.find(':');
+      int64_t code = 0;
+      if (second == operand.npos || !toInteger(operand.substr(0, second), code) || !toInteger(operand.substr(second + 1), number))
+        return valueError(kv, "has an op:CODE:N word that is not two integers");
+      op.code = static_cast<int32_t>(code);
+      op.index = static_cast<int32_t>(number);
+      if (op.code == 1) op.value = static_cast<float>(number);
+      return {};
+    }
+    auto found = std::find_if(kinds.begin(), kinds.end(), [&](auto& k) { return equalsNoCase(k.first, kind); });
+    if (found == kinds.end() || colon == word.npos) return valueError(kv, "holds a word that is no flex op");
+    op.code = found->second;
+    if (op.code == 18 || op.code == 19) {
+      if (!toInteger(operand, number)) return valueError(kv, "needs a count after combo: or dominate:");
+      op.index = static_cast<int32_t>(number);
+      return {};
+    }
+    return (op.code == 3 ? flexDescriptors_ : flexControllers_).resolve(kv, operand, op.index);
+  }
+
+  Status readFlexUi(const KeyValues& kv, FlexControllerUi& ui) const {
+    return readFields(kv, {value("name", ui.name), flexControllers_.field("controller", ui.controller),
+                           flexControllers_.field("right", ui.right), flexControllers_.field("value", ui.value),
+                           value("remap", ui.remap), value("stereo", ui.stereo)});
   }
 
   static Status readStrip(const KeyValues& kv, Strip& strip) {
@@ -836,7 +937,7 @@ class DescriptionReader {
                            value("order", o.storedOrder)});
   }
 
-  Names bones_, animations_, poseParameters_, sequences_;
+  Names bones_, animations_, poseParameters_, sequences_, flexDescriptors_, flexControllers_;
 };
 
 }  // namespace
