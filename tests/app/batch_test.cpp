@@ -13,6 +13,7 @@
 #include "app/driver.h"
 #include "app/report.h"
 #include "base/log.h"
+#include "base/native_path.h"
 #include "base/strings.h"
 #include "support/model_fixtures.h"
 #include "support/test_support.h"
@@ -253,10 +254,85 @@ TEST(Report, NamesOfAnyBytesStayValidJsonAndReadBackTheSame) {
   }
 }
 
+// The pictures a page's folder holds, by file name.
+Files picturesIn(const stdfs::path& folder) {
+  Files files;
+  if (!stdfs::exists(folder)) return files;
+  for (const auto& entry : stdfs::directory_iterator(folder)) files[entry.path().filename().string()] = zv::testing::readBytes(entry.path());
+  return files;
+}
+
+TEST(ReportPage, ARunWritesThePageAndOneThumbnailPerConvertedModel) {
+  Library library;
+  EXPECT_EQ(library.run({"-j", "1", "-report", "one.json"}), 1);
+  EXPECT_FALSE(stdfs::exists(library.dir.path() / "one_files"));  // nothing rendered without a page
+  stdfs::remove_all(library.dir.path() / "out");
+  EXPECT_EQ(library.run({"-j", "4", "-report", "run.json", "-report-html", "pages/run.html"}), 1);
+  std::string page = zv::testing::readText(library.dir.path() / "pages/run.html");
+  Files pictures = picturesIn(library.dir.path() / "pages/run_files");
+  RunReport report = readReport(library.dir.path() / "run.json");
+  ASSERT_EQ(report.models.size(), 11u);
+  EXPECT_EQ(pictures.size(), 10u);
+  for (const ModelReport& m : report.models) {
+    if (m.status != "converted") {
+      EXPECT_TRUE(m.thumbnail.empty());
+      continue;
+    }
+    ASSERT_FALSE(m.thumbnail.empty()) << m.input;
+    EXPECT_TRUE(stdfs::exists(library.dir.path() / native::toPath(m.thumbnail))) << m.thumbnail;
+    EXPECT_EQ(m.counts.bodyParts, 1u);
+    EXPECT_EQ(m.counts.meshes, 1u);
+    EXPECT_GT(m.counts.triangles, 0u);
+    EXPECT_GT(m.counts.vertices, 2u);
+    EXPECT_GE(m.counts.bones, 1u);
+  }
+  // Animated ones count their animation and sequence; the page holds every model.
+  EXPECT_EQ(std::count_if(report.models.begin(), report.models.end(), [](const ModelReport& m) { return m.counts.sequences == 1; }), 3);
+  EXPECT_NE(page.find("\"totals\":{\"converted\":10,\"failed\":1,\"skipped\":0"), std::string::npos);
+  size_t rows = 0;  // each model's row of the page's data starts a line
+  for (size_t at = page.find("\n["); at != std::string::npos; at = page.find("\n[", at + 1)) ++rows;
+  EXPECT_EQ(rows, 11u);
+  // Pictures are the same bytes one model at a time: -j does not change them.
+  stdfs::remove_all(library.dir.path() / "out");
+  EXPECT_EQ(library.run({"-j", "1", "-report-html", "again.html"}), 1);
+  Files again = picturesIn(library.dir.path() / "again_files");
+  EXPECT_EQ(again, pictures);
+  for (const auto& [name, png] : pictures) EXPECT_EQ(std::string(png.begin() + 1, png.begin() + 4), "PNG") << name;
+}
+
+TEST(ReportPage, ShardsMergeIntoOnePageAndIncrementalRunsKeepTheirPictures) {
+  Library library;
+  for (int k = 1; k <= 3; ++k)
+    library.run({"-shard", format("%d/3", k), "-report", format("part%d.json", k), "-report-html", format("part%d.html", k)});
+  LogCapture log;
+  ASSERT_EQ(runDriver({"-merge-reports", "merged.json", "-report-html", "all/merged.html", "part1.json", "part2.json", "part3.json"}), 0);
+  Files merged = picturesIn(library.dir.path() / "all/merged_files");
+  EXPECT_EQ(merged.size(), 10u);
+  RunReport report = readReport(library.dir.path() / "merged.json");
+  for (const ModelReport& m : report.models) {
+    if (!m.thumbnail.empty()) {
+      EXPECT_EQ(m.thumbnail.rfind("all/merged_files/", 0), 0u) << m.thumbnail;
+    }
+  }
+  std::string page = zv::testing::readText(library.dir.path() / "all/merged.html");
+  EXPECT_NE(page.find("\"wall\":null"), std::string::npos);
+  EXPECT_EQ(runDriver({"-merge-reports", "x.json", "part1.json", "-report-html"}), 1);
+
+  // An up-to-date model keeps last run's picture on a page of the next run.
+  stdfs::remove_all(library.dir.path() / "out");
+  EXPECT_EQ(library.run({"-report", "inc.json", "-report-html", "inc.html"}), 1);
+  EXPECT_EQ(library.run({"-report", "inc.json", "-incremental", "-report-html", "later/inc.html"}), 1);
+  RunReport later = readReport(library.dir.path() / "inc.json");
+  size_t skipped = 0;
+  for (const ModelReport& m : later.models) skipped += m.status == "skipped" && !m.thumbnail.empty();
+  EXPECT_EQ(skipped, 10u);
+  EXPECT_EQ(picturesIn(library.dir.path() / "later/inc_files"), merged);
+}
+
 TEST(Batch, CommandLineProblemsAreRefused) {
   Library library;
   for (std::vector<std::string> args : std::vector<std::vector<std::string>>{
-           {"-j", "0"}, {"-j", "x"}, {"-j", "300"}, {"-shard", "4/3"}, {"-shard", "0/3"}, {"-shard", "1"}, {"-incremental"}, {"-report"}}) {
+           {"-j", "0"}, {"-j", "x"}, {"-j", "300"}, {"-shard", "4/3"}, {"-shard", "0/3"}, {"-shard", "1"}, {"-incremental"}, {"-report"}, {"-report-html"}}) {
     std::string console;
     EXPECT_EQ(library.run(args, &console), 1) << args[0];
     EXPECT_EQ(console.find("Beginning conversion"), std::string::npos) << console;
