@@ -74,7 +74,7 @@ std::string namesTakenOut(std::string_view text) {
     std::string_view word = text.substr(i, end - i);
     // Punctuation that closes a sentence or a list is not part of the name.
     size_t core = word.size();
-    while (core > 0 && std::string_view(",;:)]").find(word[core - 1]) != std::string_view::npos) --core;
+    while (core > 0 && std::string_view(",;:)].").find(word[core - 1]) != std::string_view::npos) --core;
     size_t lead = 0;
     while (lead < core && (word[lead] == '(' || word[lead] == '[')) ++lead;
     if (core > lead && looksLikeFileName(word.substr(lead, core - lead))) {
