@@ -7,10 +7,11 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
 # Debian packages the build and the tests use (command:package, or file:package for a
 # library); installed when missing and apt-get can. Slurm and munge are for the cluster
-# test's throwaway cluster; the PNG writer of the thumbnails is header-only; chromium
-# opens the report page in the browser test.
+# test's throwaway cluster; the PNG writer of the thumbnails is header-only and deflates
+# with zlib; chromium opens the report page in the browser test.
 DEB_PACKAGES := cmake:cmake ninja:ninja-build g++:g++ git:git parallel:parallel \
-	slurmctld:slurm-wlm munged:munge /usr/include/stb/stb_image_write.h:libstb-dev chromium:chromium
+	slurmctld:slurm-wlm munged:munge /usr/include/stb/stb_image_write.h:libstb-dev \
+	/usr/include/zlib.h:zlib1g-dev chromium:chromium
 
 all: build
 

@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <zlib.h>
+
 #include <cmath>
 #include <set>
 
+#include "base/hash.h"
 #include "thumbnail/thumbnail.h"
 
 namespace zv::thumbnail {
@@ -221,6 +224,60 @@ TEST(Thumbnail, PngIsRgbaOfTheImageSizeAndTheSameBytesEachTime) {
   EXPECT_NE(encodePng(renderMesh(cube()).image), png);
   EXPECT_TRUE(encodePng(Image{}).empty());
   EXPECT_TRUE(encodePng(Image{2, 2, {1, 2, 3}}).empty());
+}
+
+// A picture made with integers only (no float rounding that could differ between
+// compilers): a transparent ground, two flat faces and a band of changing colour.
+Image knownPicture() {
+  Image image{160, 160, std::vector<uint8_t>(160 * 160 * 4, 0)};
+  for (int y = 0; y < 160; ++y) {
+    for (int x = 0; x < 160; ++x) {
+      uint8_t* p = &image.rgba[(size_t(y) * 160 + size_t(x)) * 4];
+      if (x > 30 && x < 90 && y > 20 && y < 120) {
+        p[0] = 90, p[1] = 100, p[2] = 120, p[3] = 255;
+      } else if (x >= 90 && x < 130 && y > 40 && y < 140 && x - 90 < y - 40) {
+        p[0] = 60, p[1] = 70, p[2] = 85, p[3] = 255;
+      } else if (y >= 145 && y < 150) {
+        p[0] = uint8_t(x), p[1] = uint8_t(255 - x), p[2] = uint8_t(x * 3), p[3] = 255;
+      }
+    }
+  }
+  return image;
+}
+
+// The rows inside the PNG's image data, decompressed: each is a filter byte and the row.
+std::vector<uint8_t> imageData(const std::vector<uint8_t>& png, size_t rawSize) {
+  std::vector<uint8_t> compressed;
+  for (size_t at = 8; at + 12 <= png.size();) {
+    uint32_t length = bigEndian(png, at);
+    if (std::string(png.begin() + long(at) + 4, png.begin() + long(at) + 8) == "IDAT")
+      compressed.insert(compressed.end(), png.begin() + long(at) + 8, png.begin() + long(at) + 8 + length);
+    at += 12 + length;
+  }
+  std::vector<uint8_t> raw(rawSize + 1);
+  uLongf size = raw.size();
+  if (uncompress(raw.data(), &size, compressed.data(), uLong(compressed.size())) != Z_OK) return {};
+  raw.resize(size);
+  return raw;
+}
+
+TEST(Thumbnail, PngRowsDecompressToThePixels) {
+  Image image = knownPicture();
+  std::vector<uint8_t> raw = imageData(encodePng(image), 160 * (160 * 4 + 1));
+  ASSERT_EQ(raw.size(), 160u * (160 * 4 + 1));
+  for (size_t y = 0; y < 160; ++y) {
+    const uint8_t* row = &raw[y * (160 * 4 + 1)];
+    ASSERT_EQ(row[0], 0) << "row " << y << " is filtered";
+    ASSERT_TRUE(std::equal(row + 1, row + 1 + 160 * 4, image.pixel(0, int(y)))) << "row " << y;
+  }
+}
+
+// The bytes of a known picture, pinned: the Linux and Windows tools link different builds
+// of zlib, and a zlib that compressed differently would give them different thumbnails.
+TEST(Thumbnail, PngBytesOfAKnownPictureArePinned) {
+  std::vector<uint8_t> png = encodePng(knownPicture());
+  EXPECT_EQ(png.size(), 1771u);
+  EXPECT_EQ(fnv1a64(png.data(), png.size()), 0x278a52b2052587f3u);
 }
 
 }  // namespace
