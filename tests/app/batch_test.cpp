@@ -17,6 +17,7 @@
 #include "base/strings.h"
 #include "support/model_fixtures.h"
 #include "support/test_support.h"
+#include "thumbnail/thumbnail.h"
 
 namespace zv::app {
 namespace {
@@ -327,6 +328,63 @@ TEST(ReportPage, ShardsMergeIntoOnePageAndIncrementalRunsKeepTheirPictures) {
   for (const ModelReport& m : later.models) skipped += m.status == "skipped" && !m.thumbnail.empty();
   EXPECT_EQ(skipped, 10u);
   EXPECT_EQ(picturesIn(library.dir.path() / "later/inc_files"), merged);
+}
+
+// A model whose mesh has a coordinate too far out to frame still converts, and gets a
+// blank (fully transparent) picture and a warning saying why, in the console and in its
+// row of the report. One with a coordinate that is not a number has it zeroed by the
+// converter (with the converter's own warning), so its picture is of the repaired mesh:
+// drawn, and unlike the sound model's.
+TEST(ReportPage, AModelWithABadVertexGetsABlankThumbnailOrItsRepairedOneAndTheWarning) {
+  zv::testing::TempDir dir;
+  zv::testing::ScopedCurrentDir cwd{dir.path()};
+  zv::testing::ScopedEnv noMod{"QMOD", nullptr};
+  zv::testing::ScopedEnv noScm{"P4PORT", nullptr};
+  const std::vector<std::pair<std::string, Vector3>> models = {
+      {"sound", {}}, {"nan", {0, NAN, 8}}, {"huge", {0, 8, 3e30f}}};
+  for (const auto& [name, corner] : models) {
+    mdlforge::Description d = zv::testing::crateModel();
+    d.name = "models/bad/" + name + ".mdl";
+    if (name != "sound") d.bodyParts[0].models[0].meshes[0].vertices[1].position = corner;
+    zv::testing::writeFamily(zv::testing::buildFiles(d), dir.file("models/bad"), name);
+  }
+  LogCapture log;
+  ASSERT_EQ(runDriver({"-i", ".", "-o", "out", "-r", "-j", "2", "-report", "run.json", "-report-html", "run.html",
+                       "models/bad/*.mdl"}),
+            0)
+      << log.text();
+  RunReport report = readReport(dir.path() / "run.json");
+  ASSERT_EQ(report.models.size(), 3u);
+  thumbnail::Image nothing{thumbnail::kDefaultSize, thumbnail::kDefaultSize,
+                           std::vector<uint8_t>(size_t(thumbnail::kDefaultSize) * thumbnail::kDefaultSize * 4, 0)};
+  const std::vector<uint8_t> blank = thumbnail::encodePng(nothing);
+  std::map<std::string, std::vector<uint8_t>> pictures;
+  std::map<std::string, std::vector<std::string>> warnings;
+  for (const ModelReport& m : report.models) {
+    EXPECT_EQ(m.status, "converted") << m.input;
+    ASSERT_FALSE(m.thumbnail.empty()) << m.input;
+    std::string name = stdfs::path(m.input).stem().string();
+    pictures[name] = zv::testing::readBytes(dir.path() / native::toPath(m.thumbnail));
+    warnings[name] = m.warnings;
+  }
+  auto saying = [&](const std::string& model, const std::string& text) {
+    const std::vector<std::string>& w = warnings[model];
+    auto found = std::find_if(w.begin(), w.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; });
+    return found == w.end() ? std::string() : *found;
+  };
+  EXPECT_NE(pictures["sound"], blank);
+  EXPECT_EQ(saying("sound", "thumbnail"), "");
+
+  EXPECT_EQ(pictures["huge"], blank);
+  std::string said = saying("huge", "thumbnail");
+  EXPECT_NE(said.find("huge.mdl is blank: a coordinate is out of range ("), std::string::npos) << said;
+  EXPECT_NE(said, "");
+  EXPECT_NE(log.text().find(said), std::string::npos) << log.text();
+
+  EXPECT_NE(pictures["nan"], blank);
+  EXPECT_NE(pictures["nan"], pictures["sound"]);
+  EXPECT_NE(saying("nan", "zeroing out invalid vertices"), "");
+  EXPECT_EQ(saying("nan", "thumbnail"), "");
 }
 
 TEST(Batch, CommandLineProblemsAreRefused) {
