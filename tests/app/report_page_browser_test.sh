@@ -22,12 +22,14 @@ status=0
 "$tool" -i . -o out -r "models/*.mdl" -j 2 -report run.json -report-html report/run.html > convert.log 2>&1 || status=$?
 [ "$status" = 1 ] || { cat convert.log; echo "expected exit status 1 (two models fail), got $status"; exit 1; }
 
-# Every wait is bounded: the browser gets two minutes, then is stopped.
+# Every wait is bounded: the browser gets two minutes, then is stopped. Each opening has a
+# profile of its own, and a virtual-time budget lets anything the page scheduled run
+# before the DOM is taken.
 open_page() {
   local name=$1
   shift
-  timeout -k 10 120 "$browser" --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
-    --disable-background-networking --disable-component-update --disable-sync \
+  timeout -k 10 120 "$browser" --headless --no-sandbox --disable-gpu --disable-dev-shm-usage --disable-quic --no-first-run \
+    --disable-background-networking --disable-component-update --disable-sync --virtual-time-budget=5000 \
     --user-data-dir="$work/profile-$name" --enable-logging=stderr --v=0 "$@" 2> "$work/$name.stderr"
 }
 page="file://$work/game/report/run.html"
