@@ -33,6 +33,7 @@ open_page() {
     --user-data-dir="$work/profile-$name" --enable-logging=stderr --v=0 "$@" 2> "$work/$name.stderr"
 }
 page="file://$work/game/report/run.html"
+rm -f "$artifacts/report_page.png"  # a screenshot from an earlier run proves nothing
 open_page all --dump-dom "$page" > all.html
 open_page failed --dump-dom "$page#status=failed" > failed.html
 open_page zombie --dump-dom "$page#status=failed&q=zombie" > zombie.html
