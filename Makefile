@@ -5,22 +5,27 @@ JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
 .PHONY: all build test demo asan tsan fuzz bench windows cluster-test clean deps
 
-# Debian packages the build and the tests use (command:package); installed when missing
-# and apt-get can. Slurm and munge are for the cluster test's throwaway cluster.
+# Debian packages the build and the tests use (command:package, or file:package for a
+# library); installed when missing and apt-get can. Slurm and munge are for the cluster
+# test's throwaway cluster; the PNG writer of the thumbnails is header-only and deflates
+# with zlib; chromium opens the report page in the browser test.
 DEB_PACKAGES := cmake:cmake ninja:ninja-build g++:g++ git:git parallel:parallel \
-	slurmctld:slurm-wlm munged:munge
+	slurmctld:slurm-wlm munged:munge /usr/include/stb/stb_image_write.h:libstb-dev \
+	/usr/include/zlib.h:zlib1g-dev chromium:chromium
 
 all: build
 
 build/build.ninja:
 	cmake --preset $(PRESET)
 
-build: build/build.ninja
+build: deps build/build.ninja
 	cmake --build build -j $(JOBS)
 
 deps:
 	@missing=""; for pair in $(DEB_PACKAGES); do \
-	  command -v "$${pair%%:*}" >/dev/null 2>&1 || missing="$$missing $${pair#*:}"; \
+	  need="$${pair%%:*}"; \
+	  case "$$need" in /*) [ -e "$$need" ] ;; *) command -v "$$need" >/dev/null 2>&1 ;; esac \
+	    || missing="$$missing $${pair#*:}"; \
 	done; \
 	if [ -n "$$missing" ]; then \
 	  if command -v apt-get >/dev/null 2>&1 && [ "$$(id -u)" = 0 ]; then \

@@ -74,12 +74,13 @@ bool upToDate(const ModelReport& previous, const std::string& settings, const fs
 class Worker {
  public:
   Worker(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl* sourceControl,
-         ParticleResolver& particles, const PreviousReports& previous)
+         ParticleResolver& particles, const PreviousReports& previous, const std::optional<PagePaths>& page)
       : options_(options),
         fileSystem_(fileSystem),
         previous_(previous),
         output_(*options.outputRoot, sourceControl),
         converter_(fileSystem, output_, &particles) {
+    if (page) thumbnails_.emplace(*page);
     output_.onWrite([&fileSystem](const std::string& folder) { fileSystem.folderChanged(folder); });
   }
 
@@ -113,6 +114,8 @@ class Worker {
       mainLog().log(Severity::Message, "Up to date since the last run: not converted again\n");
       report.status = "skipped";
       report.outputs = previous->outputs;
+      report.counts = previous->counts;
+      report.thumbnail = previous->thumbnail;
       report.inputs = previous->inputs;
       report.probes = previous->probes;
     } else {
@@ -122,6 +125,9 @@ class Worker {
         report.outputs.push_back({relativeToBaseFolder(file.path, output_.root()), file.bytes});
       for (const InputFile& file : converter_.inputsRead()) report.inputs.push_back({file.path, file.exists, file.hash});
       for (const MaterialProbe& probe : converter_.materialProbes()) report.probes.push_back({probe.path, probe.exists});
+      report.counts = countsOf(converter_.tables());
+      // Only the page wants pictures: a run without one renders nothing.
+      if (thumbnails_ && report.status == "converted") report.thumbnail = thumbnails_->write(converter_.tables(), input);
       converter_.Reset();
     }
     report.seconds = std::chrono::duration<double>(Clock::now() - start).count();
@@ -138,6 +144,7 @@ class Worker {
   const PreviousReports& previous_;
   Output output_;
   C_ZV_MDL_Import converter_;
+  std::optional<ThumbnailWriter> thumbnails_;
 };
 
 // One line on standard error, rewritten in place; cleared before anything else is printed.
@@ -203,7 +210,7 @@ std::vector<ModelReport> convertModels(const RunOptions& options, const fs::File
 
   // Workers take models in input order, so that the printer rarely waits long.
   auto work = [&] {
-    Worker worker(options, fileSystem, sourceControl, particles, previous);
+    Worker worker(options, fileSystem, sourceControl, particles, previous, settings.page);
     for (size_t i = next++; i < count; i = next++) {
       Finished done = worker.run(settings.models[i]);
       std::lock_guard lock(mutex);

@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "app/model_pictures.h"
 #include "app/report.h"
 #include "fs/file_system.h"
 #include "importer/particles.h"
@@ -19,6 +20,7 @@ struct BatchSettings {
   bool statusLine = false;                  // keep a status line on standard error
   std::vector<size_t> models;               // indices into the options' input files, in order
   const RunReport* previous = nullptr;      // for an incremental run: the report of the last one
+  std::optional<PagePaths> page;            // with a report page: where thumbnails go
 };
 
 // Converts the models and returns one report entry per model, in order. Prints each

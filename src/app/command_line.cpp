@@ -99,7 +99,7 @@ bool isValueOption(std::string_view arg) {
 
 constexpr int kMaxJobs = 256;
 
-// The batch options: "-j N", "-report FILE", "-shard K/N". False, with a message, when the
+// The batch options: "-j N", "-report FILE", "-report-html FILE", "-shard K/N". False, with a message, when the
 // value is missing or wrong.
 bool setBatchOption(std::string_view name, const std::string* value, RunOptions& options) {
   auto fail = [&](const char* expected) {
@@ -111,6 +111,10 @@ bool setBatchOption(std::string_view name, const std::string* value, RunOptions&
   if (!value) return fail("");
   if (equalsNoCase(name, "-report")) {
     options.reportFile = *value;
+    return true;
+  }
+  if (equalsNoCase(name, "-report-html")) {
+    options.reportPageFile = *value;
     return true;
   }
   if (equalsNoCase(name, "-j")) {
@@ -128,7 +132,8 @@ bool setBatchOption(std::string_view name, const std::string* value, RunOptions&
 }
 
 bool isBatchOption(std::string_view arg) {
-  return equalsNoCase(arg, "-j") || equalsNoCase(arg, "-report") || equalsNoCase(arg, "-shard");
+  return equalsNoCase(arg, "-j") || equalsNoCase(arg, "-report") || equalsNoCase(arg, "-report-html") ||
+         equalsNoCase(arg, "-shard");
 }
 
 bool readListFile(const std::string& name, const fs::FileSystem& fileSystem, std::vector<std::string>& specs) {

@@ -1,6 +1,7 @@
 #include "app/driver.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -8,6 +9,8 @@
 #include "app/batch.h"
 #include "app/command_line.h"
 #include "app/report.h"
+#include "app/report_page.h"
+#include "app/tool_version.h"
 #include "base/log.h"
 #include "base/native_path.h"
 #include "base/strings.h"
@@ -87,8 +90,26 @@ Status writeReport(const std::string& file, const RunReport& report) {
   return fs::writeFileAtomic(native::toPath(file), bytes);
 }
 
-int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl& sourceControl) {
+// The command line as one line of the page, arguments with spaces quoted.
+std::string commandLineText(const std::vector<std::string>& args) {
+  std::string text;
+  for (const std::string& arg : args) {
+    if (!text.empty()) text += ' ';
+    text += arg.find_first_of(" \t\"") == std::string::npos ? arg : "\"" + arg + "\"";
+  }
+  return text;
+}
+
+void writePage(const std::string& file, RunReport& report, const RunFacts& facts) {
+  if (Status written = writeReportPage(file, report, facts); !written)
+    mainLog().logColor(Severity::Warning, colors::kRed, "Unable to write the report page: %s\n", written.message().c_str());
+}
+
+int convertAll(const std::vector<std::string>& args, const RunOptions& options, const fs::FileSystem& fileSystem,
+               scm::SourceControl& sourceControl) {
+  const auto start = std::chrono::steady_clock::now();
   BatchSettings batch;
+  if (options.reportPageFile) batch.page = PagePaths::of(*options.reportPageFile);
   batch.jobs = options.jobs > 0 ? options.jobs : int(std::max(1u, std::thread::hardware_concurrency()));
   batch.statusLine = standardErrorIsTerminal();
   if (options.shard) {
@@ -106,9 +127,14 @@ int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, scm:
   // Particle names are looked up in a table built once for the whole run.
   ParticleResolver particles(fileSystem);
   scm::SynchronizedSourceControl shared(sourceControl);
-  RunReport report{convertModels(options, fileSystem, &shared, particles, batch)};
+  RunReport report{*options.outputRoot, convertModels(options, fileSystem, &shared, particles, batch)};
   int failed = int(std::count_if(report.models.begin(), report.models.end(),
                                  [](const ModelReport& m) { return m.status == "failed"; }));
+  // The page first: it may bring pictures beside it, which the report then names.
+  if (options.reportPageFile) {
+    double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    writePage(*options.reportPageFile, report, {toolVersion(), commandLineText(args), wall});
+  }
   if (options.reportFile) {
     if (Status written = writeReport(*options.reportFile, report); !written)
       mainLog().logColor(Severity::Warning, colors::kRed, "Unable to write the report: %s\n", written.message().c_str());
@@ -122,10 +148,26 @@ int convertAll(const RunOptions& options, const fs::FileSystem& fileSystem, scm:
   return 0;
 }
 
-// zv_mdl_import -merge-reports OUT.json IN.json...: the shards' reports as one run's.
-int mergeReportsCommand(const std::vector<std::string>& args) {
-  if (args.size() < 3) {
-    mainLog().logColor(Severity::Warning, colors::kRed, "Usage: zv_mdl_import -merge-reports OUT.json IN.json...\n");
+// Takes "-report-html FILE" out of the arguments; false when its file is missing.
+bool takePageOption(std::vector<std::string>& args, std::optional<std::string>& page) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (!equalsNoCase(args[i], "-report-html")) continue;
+    if (i + 1 >= args.size()) return false;
+    page = args[i + 1];
+    args.erase(args.begin() + long(i), args.begin() + long(i) + 2);
+    return true;
+  }
+  return true;
+}
+
+// zv_mdl_import -merge-reports OUT.json [-report-html FILE.html] IN.json...: the shards'
+// reports as one run's, and its page.
+int mergeReportsCommand(const std::vector<std::string>& commandLine) {
+  std::vector<std::string> args = commandLine;
+  std::optional<std::string> page;
+  if (!takePageOption(args, page) || args.size() < 3) {
+    mainLog().logColor(Severity::Warning, colors::kRed,
+                       "Usage: zv_mdl_import -merge-reports OUT.json [-report-html FILE.html] IN.json...\n");
     return 1;
   }
   std::vector<RunReport> shards;
@@ -139,6 +181,7 @@ int mergeReportsCommand(const std::vector<std::string>& args) {
     shards.push_back(std::move(parsed.value()));
   }
   auto merged = mergeReports(std::move(shards));
+  if (merged && page) writePage(*page, *merged, {toolVersion(), commandLineText(commandLine), std::nullopt});
   Status written = merged ? writeReport(args[1], *merged) : Status(merged.error());
   if (!written) {
     mainLog().logColor(Severity::Warning, colors::kRed, "%s: %s\n", args[1].c_str(), written.message().c_str());
@@ -170,7 +213,7 @@ int runDriver(const std::vector<std::string>& args) {
   } modelDocLibRun;
   std::unique_ptr<scm::SourceControl> sourceControl = startSourceControl(options);
   if (LogChannel* perforce = findLogChannel("Perforce")) perforce->setVerbosity(1);
-  int status = convertAll(options, fileSystem, *sourceControl);
+  int status = convertAll(args, options, fileSystem, *sourceControl);
   sourceControl->flush();
   return status;
 }

@@ -73,6 +73,8 @@ std::string jsonList(const std::vector<T>& list, const std::string& indent, Show
   return out + indent + "]";
 }
 
+unsigned long long ull(uint64_t n) { return static_cast<unsigned long long>(n); }
+
 std::string seconds(double value) { return format("%.4f", value); }
 
 std::string modelJson(const ModelReport& m) {
@@ -87,6 +89,12 @@ std::string modelJson(const ModelReport& m) {
          }) + ",\n";
   out += in + "\"warnings\": " + jsonList(m.warnings, in, quoted) + ",\n";
   out += in + "\"errors\": " + jsonList(m.errors, in, quoted) + ",\n";
+  const ModelCounts& c = m.counts;
+  out += in + format("\"counts\": {\"bodyParts\": %llu, \"meshes\": %llu, \"vertices\": %llu, \"triangles\": %llu, "
+                     "\"bones\": %llu, \"animations\": %llu, \"sequences\": %llu, \"collisionPieces\": %llu},\n",
+                     ull(c.bodyParts), ull(c.meshes), ull(c.vertices), ull(c.triangles), ull(c.bones),
+                     ull(c.animations), ull(c.sequences), ull(c.collisionPieces));
+  out += in + "\"thumbnail\": " + quoted(m.thumbnail) + ",\n";
   out += in + "\"settings\": " + quoted(m.settings) + ",\n";
   out += in + "\"inputs\": " + jsonList(m.inputs, in, [](const ReportInput& i) {
            return "{\"path\": " + quoted(i.path) + ", \"exists\": " + (i.exists ? "true" : "false") +
@@ -296,6 +304,12 @@ double numberOf(const Json* j) {
   const auto* d = j ? std::get_if<double>(&j->value) : nullptr;
   return d ? *d : 0;
 }
+// A count from a report someone may have edited: never negative, never past the type.
+uint64_t countOf(const Json* j) {
+  double d = numberOf(j);
+  if (!(d >= 0)) return 0;
+  return d >= 1.8e19 ? UINT64_MAX : uint64_t(d);
+}
 bool flagOf(const Json* j) {
   const auto* b = j ? std::get_if<bool>(&j->value) : nullptr;
   return b && *b;
@@ -315,6 +329,12 @@ ModelReport readModel(const Json& j) {
   for (const Json& o : listOf(j.at("outputs"))) m.outputs.push_back({textOf(o.at("path")), uint64_t(numberOf(o.at("bytes")))});
   for (const Json& w : listOf(j.at("warnings"))) m.warnings.push_back(textOf(&w));
   for (const Json& e : listOf(j.at("errors"))) m.errors.push_back(textOf(&e));
+  if (const Json* c = j.at("counts")) {
+    auto count = [&](const char* key) { return countOf(c->at(key)); };
+    m.counts = {count("bodyParts"), count("meshes"),    count("vertices"),  count("triangles"),
+                count("bones"),     count("animations"), count("sequences"), count("collisionPieces")};
+  }
+  m.thumbnail = textOf(j.at("thumbnail"));
   m.settings = textOf(j.at("settings"));
   for (const Json& i : listOf(j.at("inputs"))) {
     uint64_t hash = 0;
@@ -345,6 +365,7 @@ std::string reportJson(const RunReport& report) {
                 "\"outputs\": %zu, \"bytes\": %llu, \"seconds\": %s},\n",
                 report.models.size(), converted, failed, skipped, outputs, static_cast<unsigned long long>(bytes),
                 seconds(total).c_str());
+  out += "  \"outputRoot\": " + quoted(report.outputRoot) + ",\n";
   out += "  \"models\": [";
   for (size_t i = 0; i < report.models.size(); ++i) out += (i ? ",\n" : "\n") + modelJson(report.models[i]);
   out += report.models.empty() ? "]\n}\n" : "\n  ]\n}\n";
@@ -356,12 +377,16 @@ Result<RunReport> parseReport(std::string_view json) {
   if (!root) return root.error();
   if (textOf(root->at("format")) != kReportFormat) return Error{"not a report of this tool"};
   RunReport report;
+  report.outputRoot = textOf(root->at("outputRoot"));
   for (const Json& m : listOf(root->at("models"))) report.models.push_back(readModel(m));
   return report;
 }
 
+std::string jsonString(std::string_view text) { return quoted(text); }
+
 Result<RunReport> mergeReports(std::vector<RunReport> shards) {
   RunReport merged;
+  if (!shards.empty()) merged.outputRoot = shards.front().outputRoot;
   for (RunReport& shard : shards) {
     for (ModelReport& m : shard.models) merged.models.push_back(std::move(m));
   }

@@ -29,6 +29,20 @@ struct ReportProbe {
   bool exists = false;
 };
 
+// What a converted model holds: its LOD 0 render meshes, skeleton, animations, sequences
+// and collision pieces.
+struct ModelCounts {
+  uint64_t bodyParts = 0;
+  uint64_t meshes = 0;
+  uint64_t vertices = 0;
+  uint64_t triangles = 0;
+  uint64_t bones = 0;
+  uint64_t animations = 0;
+  uint64_t sequences = 0;
+  uint64_t collisionPieces = 0;
+  friend bool operator==(const ModelCounts&, const ModelCounts&) = default;
+};
+
 struct ModelReport {
   size_t index = 0;  // in the whole input list
   std::string input;
@@ -37,6 +51,8 @@ struct ModelReport {
   std::vector<ReportOutput> outputs;
   std::vector<std::string> warnings;
   std::vector<std::string> errors;
+  ModelCounts counts;
+  std::string thumbnail;  // the picture's file as the run wrote it; empty for none
   // What decides whether a later run would give the same outputs.
   std::string settings;  // the tool version and the options that shape the outputs
   std::vector<ReportInput> inputs;
@@ -44,6 +60,7 @@ struct ModelReport {
 };
 
 struct RunReport {
+  std::string outputRoot;  // as the command line gave it; outputs are relative to it
   std::vector<ModelReport> models;
 };
 
@@ -53,6 +70,9 @@ inline constexpr std::string_view kReportFormat = "zv_mdl_import report 1";
 // escaped so that the text is valid JSON; a byte that is not part of UTF-8 is written as
 // the escape of U+DC00 + byte, which parseReport turns back into that byte.
 std::string reportJson(const RunReport& report);
+
+// Text as a JSON string (quotes included), escaped the way the report escapes it.
+std::string jsonString(std::string_view text);
 
 // Reads a report this tool wrote.
 Result<RunReport> parseReport(std::string_view json);

@@ -39,6 +39,7 @@ struct RunOptions : ConversionOptions {
   // slice of the input list (-shard k/n, k from 1) and skipping what is up to date.
   int jobs = 0;
   std::optional<std::string> reportFile;
+  std::optional<std::string> reportPageFile;  // -report-html: the page and its thumbnails
   std::optional<std::pair<int, int>> shard;
   bool incremental = false;
 };

@@ -13,9 +13,11 @@
 #include "app/driver.h"
 #include "app/report.h"
 #include "base/log.h"
+#include "base/native_path.h"
 #include "base/strings.h"
 #include "support/model_fixtures.h"
 #include "support/test_support.h"
+#include "thumbnail/thumbnail.h"
 
 namespace zv::app {
 namespace {
@@ -253,10 +255,142 @@ TEST(Report, NamesOfAnyBytesStayValidJsonAndReadBackTheSame) {
   }
 }
 
+// The pictures a page's folder holds, by file name.
+Files picturesIn(const stdfs::path& folder) {
+  Files files;
+  if (!stdfs::exists(folder)) return files;
+  for (const auto& entry : stdfs::directory_iterator(folder)) files[entry.path().filename().string()] = zv::testing::readBytes(entry.path());
+  return files;
+}
+
+TEST(ReportPage, ARunWritesThePageAndOneThumbnailPerConvertedModel) {
+  Library library;
+  EXPECT_EQ(library.run({"-j", "1", "-report", "one.json"}), 1);
+  EXPECT_FALSE(stdfs::exists(library.dir.path() / "one_files"));  // nothing rendered without a page
+  stdfs::remove_all(library.dir.path() / "out");
+  EXPECT_EQ(library.run({"-j", "4", "-report", "run.json", "-report-html", "pages/run.html"}), 1);
+  std::string page = zv::testing::readText(library.dir.path() / "pages/run.html");
+  Files pictures = picturesIn(library.dir.path() / "pages/run_files");
+  RunReport report = readReport(library.dir.path() / "run.json");
+  ASSERT_EQ(report.models.size(), 11u);
+  EXPECT_EQ(pictures.size(), 10u);
+  for (const ModelReport& m : report.models) {
+    if (m.status != "converted") {
+      EXPECT_TRUE(m.thumbnail.empty());
+      continue;
+    }
+    ASSERT_FALSE(m.thumbnail.empty()) << m.input;
+    EXPECT_TRUE(stdfs::exists(library.dir.path() / native::toPath(m.thumbnail))) << m.thumbnail;
+    EXPECT_EQ(m.counts.bodyParts, 1u);
+    EXPECT_EQ(m.counts.meshes, 1u);
+    EXPECT_GT(m.counts.triangles, 0u);
+    EXPECT_GT(m.counts.vertices, 2u);
+    EXPECT_GE(m.counts.bones, 1u);
+  }
+  // Animated ones count their animation and sequence; the page holds every model.
+  EXPECT_EQ(std::count_if(report.models.begin(), report.models.end(), [](const ModelReport& m) { return m.counts.sequences == 1; }), 3);
+  EXPECT_NE(page.find("\"totals\":{\"converted\":10,\"failed\":1,\"skipped\":0"), std::string::npos);
+  size_t rows = 0;  // each model's row of the page's data starts a line
+  for (size_t at = page.find("\n["); at != std::string::npos; at = page.find("\n[", at + 1)) ++rows;
+  EXPECT_EQ(rows, 11u);
+  // Pictures are the same bytes one model at a time: -j does not change them.
+  stdfs::remove_all(library.dir.path() / "out");
+  EXPECT_EQ(library.run({"-j", "1", "-report-html", "again.html"}), 1);
+  Files again = picturesIn(library.dir.path() / "again_files");
+  EXPECT_EQ(again, pictures);
+  for (const auto& [name, png] : pictures) EXPECT_EQ(std::string(png.begin() + 1, png.begin() + 4), "PNG") << name;
+}
+
+TEST(ReportPage, ShardsMergeIntoOnePageAndIncrementalRunsKeepTheirPictures) {
+  Library library;
+  for (int k = 1; k <= 3; ++k)
+    library.run({"-shard", format("%d/3", k), "-report", format("part%d.json", k), "-report-html", format("part%d.html", k)});
+  LogCapture log;
+  ASSERT_EQ(runDriver({"-merge-reports", "merged.json", "-report-html", "all/merged.html", "part1.json", "part2.json", "part3.json"}), 0);
+  Files merged = picturesIn(library.dir.path() / "all/merged_files");
+  EXPECT_EQ(merged.size(), 10u);
+  RunReport report = readReport(library.dir.path() / "merged.json");
+  for (const ModelReport& m : report.models) {
+    if (!m.thumbnail.empty()) {
+      EXPECT_EQ(m.thumbnail.rfind("all/merged_files/", 0), 0u) << m.thumbnail;
+    }
+  }
+  std::string page = zv::testing::readText(library.dir.path() / "all/merged.html");
+  EXPECT_NE(page.find("\"wall\":null"), std::string::npos);
+  EXPECT_EQ(runDriver({"-merge-reports", "x.json", "part1.json", "-report-html"}), 1);
+
+  // An up-to-date model keeps last run's picture on a page of the next run.
+  stdfs::remove_all(library.dir.path() / "out");
+  EXPECT_EQ(library.run({"-report", "inc.json", "-report-html", "inc.html"}), 1);
+  EXPECT_EQ(library.run({"-report", "inc.json", "-incremental", "-report-html", "later/inc.html"}), 1);
+  RunReport later = readReport(library.dir.path() / "inc.json");
+  size_t skipped = 0;
+  for (const ModelReport& m : later.models) skipped += m.status == "skipped" && !m.thumbnail.empty();
+  EXPECT_EQ(skipped, 10u);
+  EXPECT_EQ(picturesIn(library.dir.path() / "later/inc_files"), merged);
+}
+
+// A model whose mesh has a coordinate too far out to frame still converts, and gets a
+// blank (fully transparent) picture and a warning saying why, in the console and in its
+// row of the report. One with a coordinate that is not a number has it zeroed by the
+// converter (with the converter's own warning), so its picture is of the repaired mesh:
+// drawn, and unlike the sound model's.
+TEST(ReportPage, AModelWithABadVertexGetsABlankThumbnailOrItsRepairedOneAndTheWarning) {
+  zv::testing::TempDir dir;
+  zv::testing::ScopedCurrentDir cwd{dir.path()};
+  zv::testing::ScopedEnv noMod{"QMOD", nullptr};
+  zv::testing::ScopedEnv noScm{"P4PORT", nullptr};
+  const std::vector<std::pair<std::string, Vector3>> models = {
+      {"sound", {}}, {"nan", {0, NAN, 8}}, {"huge", {0, 8, 3e30f}}};
+  for (const auto& [name, corner] : models) {
+    mdlforge::Description d = zv::testing::crateModel();
+    d.name = "models/bad/" + name + ".mdl";
+    if (name != "sound") d.bodyParts[0].models[0].meshes[0].vertices[1].position = corner;
+    zv::testing::writeFamily(zv::testing::buildFiles(d), dir.file("models/bad"), name);
+  }
+  LogCapture log;
+  ASSERT_EQ(runDriver({"-i", ".", "-o", "out", "-r", "-j", "2", "-report", "run.json", "-report-html", "run.html",
+                       "models/bad/*.mdl"}),
+            0)
+      << log.text();
+  RunReport report = readReport(dir.path() / "run.json");
+  ASSERT_EQ(report.models.size(), 3u);
+  thumbnail::Image nothing{thumbnail::kDefaultSize, thumbnail::kDefaultSize,
+                           std::vector<uint8_t>(size_t(thumbnail::kDefaultSize) * thumbnail::kDefaultSize * 4, 0)};
+  const std::vector<uint8_t> blank = thumbnail::encodePng(nothing);
+  std::map<std::string, std::vector<uint8_t>> pictures;
+  std::map<std::string, std::vector<std::string>> warnings;
+  for (const ModelReport& m : report.models) {
+    EXPECT_EQ(m.status, "converted") << m.input;
+    ASSERT_FALSE(m.thumbnail.empty()) << m.input;
+    std::string name = stdfs::path(m.input).stem().string();
+    pictures[name] = zv::testing::readBytes(dir.path() / native::toPath(m.thumbnail));
+    warnings[name] = m.warnings;
+  }
+  auto saying = [&](const std::string& model, const std::string& text) {
+    const std::vector<std::string>& w = warnings[model];
+    auto found = std::find_if(w.begin(), w.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; });
+    return found == w.end() ? std::string() : *found;
+  };
+  EXPECT_NE(pictures["sound"], blank);
+  EXPECT_EQ(saying("sound", "thumbnail"), "");
+
+  EXPECT_EQ(pictures["huge"], blank);
+  std::string said = saying("huge", "thumbnail");
+  EXPECT_NE(said.find("huge.mdl is blank: a coordinate is out of range ("), std::string::npos) << said;
+  EXPECT_NE(said, "");
+  EXPECT_NE(log.text().find(said), std::string::npos) << log.text();
+
+  EXPECT_NE(pictures["nan"], blank);
+  EXPECT_NE(pictures["nan"], pictures["sound"]);
+  EXPECT_NE(saying("nan", "zeroing out invalid vertices"), "");
+  EXPECT_EQ(saying("nan", "thumbnail"), "");
+}
+
 TEST(Batch, CommandLineProblemsAreRefused) {
   Library library;
   for (std::vector<std::string> args : std::vector<std::vector<std::string>>{
-           {"-j", "0"}, {"-j", "x"}, {"-j", "300"}, {"-shard", "4/3"}, {"-shard", "0/3"}, {"-shard", "1"}, {"-incremental"}, {"-report"}}) {
+           {"-j", "0"}, {"-j", "x"}, {"-j", "300"}, {"-shard", "4/3"}, {"-shard", "0/3"}, {"-shard", "1"}, {"-incremental"}, {"-report"}, {"-report-html"}}) {
     std::string console;
     EXPECT_EQ(library.run(args, &console), 1) << args[0];
     EXPECT_EQ(console.find("Beginning conversion"), std::string::npos) << console;

@@ -6,9 +6,12 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 jobs=${JOBS:-2}
-packages=(g++-mingw-w64-x86-64-posix wine64)
+packages=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64)
 
-have_tools() { command -v x86_64-w64-mingw32-g++-posix >/dev/null && [ -x /usr/lib/wine/wine64 ]; }
+have_tools() {
+  command -v x86_64-w64-mingw32-g++-posix >/dev/null && [ -f /usr/x86_64-w64-mingw32/lib/libz.a ] &&
+    [ -x /usr/lib/wine/wine64 ]
+}
 
 if ! have_tools; then
   echo "== windows: installing ${packages[*]}"
