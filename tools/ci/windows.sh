@@ -32,6 +32,7 @@ cmake --preset windows >/dev/null
 # program's tests under wine too): programs started while a server comes up or a prefix
 # is being made can die before they run.
 export WINEPREFIX="$PWD/build-windows/wineprefix" WINEDEBUG=-all
+mkdir -p "$WINEPREFIX" # the server refuses a prefix that does not exist yet (a clean clone)
 /usr/lib/wine/wineserver -p
 trap '/usr/lib/wine/wineserver -k 2>/dev/null || true' EXIT
 /usr/lib/wine/wine64 wineboot --init >/dev/null 2>&1
