@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "base/byte_view.h"
 #include "base/strings.h"
@@ -20,6 +21,14 @@ class AnimFault {
     if (message_.empty()) message_ = std::move(message);
     ++count_;
   }
+  // The message is made only for the first fault: a block that does not read is met
+  // again at every frame.
+  template <class MakeMessage>
+    requires std::is_invocable_r_v<std::string, MakeMessage>
+  void set(MakeMessage&& makeMessage) {
+    if (message_.empty()) message_ = makeMessage();
+    ++count_;
+  }
   bool any() const { return count_ != 0; }
   size_t count() const { return count_; }
   const std::string& message() const { return message_; }
@@ -29,12 +38,20 @@ class AnimFault {
   size_t count_ = 0;
 };
 
+// Where a block of data is, for fault messages: "<file>: animation "<name>" block <n>".
+// Kept as references and made text only when a fault is met, since a block is located
+// for every frame decoded.
+struct AnimPlace {
+  const std::string* file;
+  const std::string* animation;
+  int32_t block;
+  std::string text() const { return format("%s: animation \"%s\" block %d", file->c_str(), animation->c_str(), block); }
+};
+
 // One block of data: the model file (block 0) or a block of the .ani file.
 class AnimData {
  public:
-  // where: "<file>: animation "<name>" block <n>", the start of every fault message.
-  AnimData(ByteView bytes, std::string where, AnimFault& fault)
-      : bytes_(bytes), where_(std::move(where)), fault_(&fault) {}
+  AnimData(ByteView bytes, AnimPlace where, AnimFault& fault) : bytes_(bytes), where_(where), fault_(&fault) {}
 
   size_t size() const { return bytes_.size(); }
   bool contains(size_t position, size_t length) const { return bytes_.contains(position, length); }
@@ -48,13 +65,13 @@ class AnimData {
 
   // Records a fault at a position of this block.
   void fail(size_t position, const char* what, const char* problem) const {
-    fault_->set(format("%s: %s at offset %zu %s", where_.c_str(), what, position, problem));
+    fault_->set([&] { return format("%s: %s at offset %zu %s", where_.text().c_str(), what, position, problem); });
   }
   AnimFault& fault() const { return *fault_; }
 
  private:
   ByteView bytes_;
-  std::string where_;
+  AnimPlace where_;
   AnimFault* fault_;
 };
 

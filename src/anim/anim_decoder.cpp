@@ -82,6 +82,7 @@ AnimDecoder::AnimDecoder(const legacy::MdlFile& model, const legacy::AnimBlockFi
     : model_(model), blocks_(blocks), anim_(anim) {
   const std::optional<legacy::LinearBoneTable>& linear = model.linearBones;
   bool delta = anim.flags & kDeltaAnimation;
+  bones_.reserve(model.bones.size());
   for (size_t i = 0; i < model.bones.size(); ++i) {
     const legacy::Bone& bone = model.bones[i];
     BoneDefaults d;
@@ -97,13 +98,19 @@ AnimDecoder::AnimDecoder(const legacy::MdlFile& model, const legacy::AnimBlockFi
     d.initial = initialPose(bone, delta);
     bones_.push_back(d);
   }
+  memos_.resize(bones_.size());
   if (!anim.error.empty()) fault_.set(anim.error);
 }
 
-std::string AnimDecoder::where(int32_t block) const {
-  const std::string& file = block > 0 && blocks_ ? blocks_->fileName() : model_.fileName();
-  return format("%s: animation \"%s\" block %d", file.c_str(), anim_.name.c_str(), block);
+RadianEuler AnimDecoder::anglesOf(size_t bone, const Quaternion& rotation) {
+  return memos_[bone].toAngles.get(rotation, [](const Quaternion& q) { return toRadianEuler(quaternionAngles(q)); });
 }
+
+AnimPlace AnimDecoder::place(int32_t block) const {
+  return {block > 0 && blocks_ ? &blocks_->fileName() : &model_.fileName(), &anim_.name, block};
+}
+
+std::string AnimDecoder::where(int32_t block) const { return place(block).text(); }
 
 std::optional<AnimDecoder::Located> AnimDecoder::locate(int32_t frame) {
   if (!anim_.error.empty()) return std::nullopt;
@@ -117,8 +124,8 @@ std::optional<AnimDecoder::Located> AnimDecoder::locate(int32_t frame) {
     local = 0;
   }
   if (section < 0 || size_t(section) >= anim_.sections.size()) {
-    fault_.set(format("%s: frame %d is in section %lld, the animation has %zu", where(anim_.block).c_str(), frame,
-                      static_cast<long long>(section), anim_.sections.size()));
+    fault_.set([&] { return format("%s: frame %d is in section %lld, the animation has %zu", where(anim_.block).c_str(), frame,
+                      static_cast<long long>(section), anim_.sections.size()); });
     return std::nullopt;
   }
   const legacy::AnimSection& entry = anim_.sections[size_t(section)];
@@ -131,30 +138,30 @@ std::optional<AnimDecoder::Located> AnimDecoder::locateInBlock(int32_t block, in
     ByteView file(model_.bytes());
     auto start = offsetFrom(anim_.recordOffset, offset, file.size());
     if (!start || *start >= file.size()) {
-      fault_.set(format("%s: data offset %d lies past the end of the file", where(block).c_str(), offset));
+      fault_.set([&] { return format("%s: data offset %d lies past the end of the file", where(block).c_str(), offset); });
       return std::nullopt;
     }
-    return Located{AnimData(file, where(block), fault_), *start, localFrame};
+    return Located{AnimData(file, place(block), fault_), *start, localFrame};
   }
   if (block < 0) {
-    fault_.set(format("%s: no such block", where(block).c_str()));
+    fault_.set([&] { return format("%s: no such block", where(block).c_str()); });
     return std::nullopt;
   }
   if (!blocks_) {
-    fault_.set(format("%s: its block file \"%s\" could not be read", where(block).c_str(), model_.animBlockName.c_str()));
+    fault_.set([&] { return format("%s: its block file \"%s\" could not be read", where(block).c_str(), model_.animBlockName.c_str()); });
     return std::nullopt;
   }
   auto bytes = blocks_->block(block);
   if (!bytes) {
-    fault_.set(format("%s: %s has no usable block %d", where(block).c_str(), blocks_->fileName().c_str(), block));
+    fault_.set([&] { return format("%s: %s has no usable block %d", where(block).c_str(), blocks_->fileName().c_str(), block); });
     return std::nullopt;
   }
   if (offset < 0 || size_t(offset) >= bytes->size()) {
-    fault_.set(format("%s: data offset %d lies past the block's end (%zu bytes)", where(block).c_str(), offset,
-                      bytes->size()));
+    fault_.set([&] { return format("%s: data offset %d lies past the block's end (%zu bytes)", where(block).c_str(), offset,
+                      bytes->size()); });
     return std::nullopt;
   }
-  return Located{AnimData(*bytes, where(block), fault_), size_t(offset), localFrame};
+  return Located{AnimData(*bytes, place(block), fault_), size_t(offset), localFrame};
 }
 
 void AnimDecoder::DecodeAnimFrame(int32_t frame, std::vector<BonePoseSample>& pose) {
@@ -184,10 +191,10 @@ void AnimDecoder::decodeRunLength(const Located& at, std::vector<BonePoseSample>
     const BoneDefaults& d = bones_[bone];
     size_t faults = fault_.count();
     Quaternion q = DecodeBoneRotation(at.localFrame, 0, record, d.quaternion, d.rotation, d.rotationScale, d.flags,
-                                      d.alignment);
+                                      d.alignment, &memos_[bone].toQuaternion);
     Vector3 p = DecodeBonePosition(at.localFrame, 0, d.position, d.positionScale, record);
     if (fault_.count() != faults) return;  // a record that does not read sets nothing
-    pose[bone] = {p, toRadianEuler(quaternionAngles(q)), 1.0f};
+    pose[bone] = {p, anglesOf(bone, q), 1.0f};
     int16_t next = data.read<int16_t>(position + 2, "bone record");
     if (next == 0) return;
     if (next < 0) return data.fail(position, "bone record", "points back to an earlier record");

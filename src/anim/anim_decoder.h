@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "anim/anim_data.h"
+#include "anim/run_length.h"
 #include "base/math.h"
 #include "legacy/ani.h"
 #include "legacy/mdl.h"
@@ -86,12 +87,22 @@ class AnimDecoder {
   std::optional<Located> locateInBlock(int32_t block, int32_t offset, int32_t localFrame);
   void decodeRunLength(const Located& at, std::vector<BonePoseSample>& pose);
   void decodeFramePacked(const Located& at, std::vector<BonePoseSample>& pose);
+  AnimPlace place(int32_t block) const;
   std::string where(int32_t block) const;
+
+  // A decoded rotation as the angles a pose holds, through the bone's memo.
+  RadianEuler anglesOf(size_t bone, const Quaternion& rotation);
 
   const legacy::MdlFile& model_;
   const legacy::AnimBlockFile* blocks_;
   const legacy::AnimDesc& anim_;
   std::vector<BoneDefaults> bones_;
+  // Per bone, kept across frames: a bone that does not move is converted once.
+  struct BoneMemos {
+    AnglesToQuaternion toQuaternion;
+    LastValueMemo<Quaternion, RadianEuler> toAngles;
+  };
+  std::vector<BoneMemos> memos_;
   AnimFault fault_;
 };
 

@@ -103,7 +103,7 @@ void AnimDecoder::decodeFramePacked(const Located& at, std::vector<BonePoseSampl
     if (fault_.count() != faults) return;  // a stream ran out: this bone and the rest keep their pose
     if (!rotation && fromTable) rotation = delta ? Quaternion{} : d.quaternion;
     if (!position && fromTable) position = delta ? Vector3{} : d.position;
-    if (rotation) pose[bone].rotation = toRadianEuler(quaternionAngles(*rotation));
+    if (rotation) pose[bone].rotation = anglesOf(bone, *rotation);
     if (position) pose[bone].position = *position;
   }
 }

@@ -85,7 +85,8 @@ Vector3 DecodeBonePosition(int32_t frame, float interp, const Vector3& defaultPo
 
 Quaternion DecodeBoneRotation(int32_t frame, float interp, const BoneAnimRecord& anim,
                               const Quaternion& defaultQuaternion, const RadianEuler& defaultRotation,
-                              const Vector3& rotationScale, uint32_t boneFlags, const Quaternion& alignment) {
+                              const Vector3& rotationScale, uint32_t boneFlags, const Quaternion& alignment,
+                              AnglesToQuaternion* anglesToQuaternion) {
   const AnimData& d = *anim.data;
   size_t payload = anim.position + 4;
   bool delta = anim.flags & kDeltaTrack;
@@ -100,7 +101,8 @@ Quaternion DecodeBoneRotation(int32_t frame, float interp, const BoneAnimRecord&
   for (int i = 0; i < 3; ++i) angles[i] = channelValue(d, payload, i, frame, interp, rotationScale[i]);
   SanitizeVector(angles);
   if (!delta) angles = angles + Vector3{defaultRotation.x, defaultRotation.y, defaultRotation.z};
-  Quaternion q = angleQuaternion(toQAngle(RadianEuler{angles.x, angles.y, angles.z}));
+  auto toQuaternion = [](const Vector3& a) { return angleQuaternion(toQAngle(RadianEuler{a.x, a.y, a.z})); };
+  Quaternion q = anglesToQuaternion ? anglesToQuaternion->get(angles, toQuaternion) : toQuaternion(angles);
   if (!delta && (boneFlags & kFixedAlignmentBone)) {
     Quaternion sum{alignment.x + q.x, alignment.y + q.y, alignment.z + q.z, alignment.w + q.w};
     Quaternion difference{alignment.x - q.x, alignment.y - q.y, alignment.z - q.z, alignment.w - q.w};

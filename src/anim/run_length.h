@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "anim/anim_data.h"
+#include "base/last_value_memo.h"
 #include "base/math.h"
 
 namespace zv::anim {
@@ -38,8 +39,12 @@ float channelValue(const AnimData& data, size_t triple, int axis, int32_t frame,
 Vector3 DecodeBonePosition(int32_t frame, float interp, const Vector3& defaultPosition, const Vector3& positionScale,
                            const BoneAnimRecord& anim);
 
+// Animated angles become a quaternion through anglesToQuaternion when one is given (one
+// per bone, kept across frames by the caller).
+using AnglesToQuaternion = LastValueMemo<Vector3, Quaternion>;
 Quaternion DecodeBoneRotation(int32_t frame, float interp, const BoneAnimRecord& anim,
                               const Quaternion& defaultQuaternion, const RadianEuler& defaultRotation,
-                              const Vector3& rotationScale, uint32_t boneFlags, const Quaternion& alignment);
+                              const Vector3& rotationScale, uint32_t boneFlags, const Quaternion& alignment,
+                              AnglesToQuaternion* anglesToQuaternion = nullptr);
 
 }  // namespace zv::anim

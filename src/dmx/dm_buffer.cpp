@@ -3,34 +3,51 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
-#include <stdexcept>
 
 namespace zv::dmx {
 
+bool DmOutputBuffer::makeRoom(size_t wanted) {
+  if (wanted <= capacity_) return true;
+  // Doubling keeps many small writes amortised constant.
+  size_t room = std::max(wanted, capacity_ > limit_ / 2 ? limit_ : capacity_ * 2);
+  std::unique_ptr<uint8_t[]> bigger(new (std::nothrow) uint8_t[room]);
+  if (!bigger) return false;
+  if (size_ != 0) std::memcpy(bigger.get(), data_.get(), size_);
+  data_ = std::move(bigger);
+  capacity_ = room;
+  return true;
+}
+
 uint8_t* DmOutputBuffer::grow(size_t size) {
-  if (error_ || size > limit_ - bytes_.size() || size > bytes_.max_size() - bytes_.size()) {
+  if (error_ || size > limit_ - size_ || !makeRoom(size_ + size)) {
     error_ = true;
     return nullptr;
   }
-  size_t old = bytes_.size();
-  try {
-    // Doubling keeps many small writes amortised constant.
-    if (old + size > bytes_.capacity()) bytes_.reserve(std::max(old + size, bytes_.capacity() * 2));
-    bytes_.resize(old + size);
-  } catch (const std::bad_alloc&) {
-    error_ = true;
-    return nullptr;
-  }
-  return bytes_.data() + old;
+  uint8_t* out = data_.get() + size_;
+  size_ += size;
+  return out;
 }
 
 void DmOutputBuffer::reserve(size_t size) {
-  size = std::min(size, limit_ - std::min(limit_, bytes_.size()));
-  try {
-    bytes_.reserve(bytes_.size() + size);
-  } catch (const std::exception&) {
-    // The writes themselves will report a shortage.
-  }
+  // Only a hint: a shortage is reported by the writes themselves.
+  (void)makeRoom(size_ + std::min(size, limit_ - size_));
+}
+
+std::vector<uint8_t> DmOutputBuffer::take() {
+  std::vector<uint8_t> bytes(data_.get(), data_.get() + size_);
+  clear();
+  return bytes;
+}
+
+void DmOutputBuffer::clear() {
+  size_ = 0;
+  error_ = false;
+}
+
+void DmOutputBuffer::release() {
+  clear();
+  data_.reset();
+  capacity_ = 0;
 }
 
 void DmOutputBuffer::put(const void* data, size_t size) {

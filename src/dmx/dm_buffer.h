@@ -1,10 +1,13 @@
 #pragma once
 // The bytes a serializer writes, in memory. A write that fails or would pass the size
 // limit puts the buffer in its error state; later writes are ignored, and the save that
-// used it reports failure.
+// used it reports failure. A buffer can be cleared and used again: its room stays, so a
+// writer saving file after file neither allocates nor faults in fresh pages for each.
 
 #include <cstdint>
 #include <limits>
+#include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -33,15 +36,27 @@ class DmOutputBuffer {
   // The text up to its first NUL, then a NUL.
   void putCString(std::string_view text);
 
-  size_t size() const { return bytes_.size(); }
-  const std::vector<uint8_t>& bytes() const { return bytes_; }
-  std::vector<uint8_t> take() { return std::move(bytes_); }
+  size_t size() const { return size_; }
+  size_t capacity() const { return capacity_; }
+  std::span<const uint8_t> bytes() const { return {data_.get(), size_}; }
+  // A copy of the bytes; the buffer is left empty.
+  std::vector<uint8_t> take();
+  // Empties the buffer and its error state, keeping its room.
+  void clear();
+  // Gives the room back.
+  void release();
 
  private:
+  // Makes room for at least `wanted` bytes in all; false when that cannot be had.
+  bool makeRoom(size_t wanted);
+
   Mode mode_;
   size_t limit_;
   bool error_ = false;
-  std::vector<uint8_t> bytes_;
+  // Written bytes are never zeroed first: every byte up to size_ was put there.
+  std::unique_ptr<uint8_t[]> data_;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
 };
 
 }  // namespace zv::dmx

@@ -31,12 +31,13 @@ void reportWrongType(const CDmAttribute& attribute, DmType requested) {
           requestedName.c_str(), attribute.name().c_str(), actualName.c_str());
 }
 
-CDmElement::CDmElement(DmElementTree* file, std::string type, std::string name, const DmElementId& id)
-    : file_(file), type_(std::move(type)), name_(std::move(name)), id_(id) {}
+CDmElement::CDmElement(DmElementTree& owner, DmElementTree* file, std::string type, std::string name,
+                       const DmElementId& id)
+    : owner_(&owner), file_(file), type_(std::move(type)), name_(std::move(name)), id_(id) {}
 
 CDmAttribute* CDmElement::find(std::string_view name) {
-  for (auto& attr : attributes_) {
-    if (attr->name() == name) return attr.get();
+  for (CDmAttribute* attr : attributes_) {
+    if (attr->name() == name) return attr;
   }
   return nullptr;
 }
@@ -54,14 +55,18 @@ CDmAttribute& CDmElement::addAttribute(std::string_view name, DmType type) {
 }
 
 CDmAttribute& CDmElement::appendAttribute(std::string name, DmType type) {
-  attributes_.push_back(std::make_unique<CDmAttribute>(std::move(name), type));
+  // Most elements have a handful of attributes: one block instead of growing by doubling.
+  constexpr size_t kTypicalAttributes = 8;
+  if (attributes_.capacity() == 0) attributes_.reserve(kTypicalAttributes);
+  attributes_.push_back(owner_->newAttribute(std::move(name), type));
   return *attributes_.back();
 }
 
 bool CDmElement::removeAttribute(std::string_view name) {
-  auto it =
-      std::find_if(attributes_.begin(), attributes_.end(), [&](const auto& a) { return a->name() == name; });
+  auto it = std::find_if(attributes_.begin(), attributes_.end(), [&](const CDmAttribute* a) { return a->name() == name; });
   if (it == attributes_.end()) return false;
+  // The tree keeps the attribute itself until it is cleared; its value goes now.
+  (*it)->reset(DmType::Unknown);
   attributes_.erase(it);
   return true;
 }
@@ -74,18 +79,29 @@ CDmElement* CDmElement::addElement(std::string_view attribute, std::string_view 
   return child;
 }
 
+CDmElement* DmElementTree::newElement(DmElementTree* file, std::string_view type, std::string_view name,
+                                      const DmElementId& id) {
+  CDmElement* element = elements_.make(*this, file, std::string(type), std::string(name), id);
+  element->serial_ = uint32_t(elements_.size() - 1);
+  return element;
+}
+
 CDmElement* DmElementTree::create(std::string_view type, std::string_view name) {
-  DmElementId id = DmElementId::fromNumber(next_id_++, id_tag_);
-  elements_.push_back(std::make_unique<CDmElement>(this, std::string(type), std::string(name), id));
-  return elements_.back().get();
+  return newElement(this, type, name, DmElementId::fromNumber(next_id_++, id_tag_));
 }
 
 CDmElement* DmElementTree::createExternal(std::string_view idText) {
   std::optional<DmElementId> parsed = DmElementId::parse(idText);
   DmElementId id = parsed ? *parsed : DmElementId::fromNumber(next_id_++, id_tag_);
-  elements_.push_back(std::make_unique<CDmElement>(nullptr, std::string(), std::string(), id));
-  elements_.back()->external_text_ = std::string(idText);
-  return elements_.back().get();
+  CDmElement* element = newElement(nullptr, {}, {}, id);
+  element->external_text_ = std::string(idText);
+  return element;
+}
+
+void DmElementTree::clear() {
+  elements_.clear();
+  attributes_.clear();
+  next_id_ = 1;
 }
 
 }  // namespace zv::dmx

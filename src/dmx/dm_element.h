@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "dmx/dm_pool.h"
 #include "dmx/dm_types.h"
 
 namespace zv::dmx {
@@ -64,7 +65,9 @@ void reportWrongType(const CDmAttribute& attribute, DmType requested);
 
 class CDmElement {
  public:
-  CDmElement(DmElementTree* file, std::string type, std::string name, const DmElementId& id);
+  // owner: the tree that made the element and holds its attributes; file: the same tree,
+  // or nullptr for a stand-in for an element of another file.
+  CDmElement(DmElementTree& owner, DmElementTree* file, std::string type, std::string name, const DmElementId& id);
   CDmElement(const CDmElement&) = delete;
   CDmElement& operator=(const CDmElement&) = delete;
 
@@ -80,6 +83,8 @@ class CDmElement {
   bool isExternal() const { return file_ == nullptr; }
   // For external references: the id text as the file had it.
   const std::string& externalIdText() const { return external_text_; }
+  // Where the element stands in the tree that made it: 0, 1, 2... in order of creation.
+  uint32_t serial() const { return serial_; }
 
   size_t attributeCount() const { return attributes_.size(); }
   CDmAttribute& attribute(size_t index) { return *attributes_[index]; }
@@ -159,12 +164,14 @@ class CDmElement {
 
  private:
   friend class DmElementTree;
+  DmElementTree* owner_;
   DmElementTree* file_;
+  uint32_t serial_ = 0;
   std::string type_;
   std::string name_;
   DmElementId id_;
   std::string external_text_;
-  std::vector<std::unique_ptr<CDmAttribute>> attributes_;
+  std::vector<CDmAttribute*> attributes_;  // held by the owner tree
 };
 
 // Owns the elements of one file; they are freed with it. Ids come from a counter (and an
@@ -181,12 +188,22 @@ class DmElementTree {
   CDmElement* createExternal(std::string_view idText);
 
   size_t size() const { return elements_.size(); }
-  CDmElement* element(size_t index) const { return elements_[index].get(); }
+  CDmElement* element(size_t index) const { return &const_cast<DmPool<CDmElement>&>(elements_)[index]; }
+
+  // Destroys every element; the tree's room stays for the next file built in it, and ids
+  // start over, so a tree cleared and built again gives the same ids as a new one.
+  void clear();
 
  private:
+  friend class CDmElement;
+  CDmAttribute* newAttribute(std::string name, DmType type) { return attributes_.make(std::move(name), type); }
+  CDmElement* newElement(DmElementTree* file, std::string_view type, std::string_view name, const DmElementId& id);
+
   uint32_t id_tag_;
   uint32_t next_id_ = 1;
-  std::vector<std::unique_ptr<CDmElement>> elements_;
+  // Attributes first: elements point into them.
+  DmPool<CDmAttribute> attributes_;
+  DmPool<CDmElement> elements_;
 };
 
 }  // namespace zv::dmx

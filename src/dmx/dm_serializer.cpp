@@ -13,6 +13,44 @@
 namespace zv::dmx {
 namespace {
 
+// The strings of a file in order of first use, and each one's place: open addressing in
+// one array, since a save interns every name of every element.
+class StringTable {
+ public:
+  void add(std::string_view text) {
+    if (2 * (strings_.size() + 1) > slots_.size()) grow();
+    size_t& slot = slots_[slotOf(text)];
+    if (slot == 0) {
+      strings_.push_back(text);
+      slot = strings_.size();
+    }
+  }
+  // The place of a string that was added.
+  int32_t find(std::string_view text) const {
+    return slots_.empty() ? -1 : static_cast<int32_t>(slots_[slotOf(text)]) - 1;
+  }
+  size_t size() const { return strings_.size(); }
+  const std::vector<std::string_view>& strings() const { return strings_; }
+
+ private:
+  // The slot holding text, or the empty one where it would go; slots hold place + 1, and
+  // at least half of them are empty, so the probe ends.
+  size_t slotOf(std::string_view text) const {
+    size_t mask = slots_.size() - 1;
+    for (size_t at = std::hash<std::string_view>{}(text) & mask;; at = (at + 1) & mask) {
+      size_t slot = slots_[at];
+      if (slot == 0 || strings_[slot - 1] == text) return at;
+    }
+  }
+  void grow() {
+    slots_.assign(std::max<size_t>(64, slots_.size() * 2), 0);
+    for (size_t i = 0; i < strings_.size(); ++i) slots_[slotOf(strings_[i])] = i + 1;
+  }
+
+  std::vector<std::string_view> strings_;
+  std::vector<size_t> slots_;
+};
+
 // Writes one body. Lives for one save; all lookups are keyed by pointer or text and
 // never iterated, so hash order cannot reach the output.
 class BinaryWriter {
@@ -27,7 +65,7 @@ class BinaryWriter {
     out_.reserve(estimateSize());
     writeStringTable();
     writeElementList();
-    for (const CDmElement* element : list_) writeAttributeBlock(attributesToWrite(*element), false);
+    for (const CDmElement* element : list_) writeElementAttributes(*element);
   }
 
  private:
@@ -49,13 +87,18 @@ class BinaryWriter {
     return !attr.isDontSave() && attr.type() != DmType::Unknown && !isPrefixAttribute(owner, attr);
   }
 
-  std::vector<const CDmAttribute*> attributesToWrite(const CDmElement& element) const {
-    std::vector<const CDmAttribute*> attrs;
-    attrs.reserve(element.attributeCount());
+  // Calls f(attribute) for each attribute of the element that is written, in order.
+  template <class F>
+  void forEachWritten(const CDmElement& element, F&& f) const {
     for (size_t i = 0; i < element.attributeCount(); ++i) {
-      if (isWritten(element, element.attribute(i))) attrs.push_back(&element.attribute(i));
+      if (isWritten(element, element.attribute(i))) f(element.attribute(i));
     }
-    return attrs;
+  }
+
+  size_t writtenCount(const CDmElement& element) const {
+    size_t count = 0;
+    forEachWritten(element, [&](const CDmAttribute&) { ++count; });
+    return count;
   }
 
   // --- prefix block -------------------------------------------------------------------
@@ -82,12 +125,23 @@ class BinaryWriter {
 
   // --- element list -------------------------------------------------------------------
 
+  // The element's place in the list; -1 while unlisted. Only elements of the root's file
+  // are listed, and those have a serial in it (the root may stand alone, without a file).
+  int32_t& listIndex(const CDmElement* element) {
+    if (element == &root_) return root_index_;
+    return index_[element->serial()];
+  }
+  int32_t listIndexOf(const CDmElement* element) const {
+    if (element == &root_) return root_index_;
+    return inFile(element) ? index_[element->serial()] : -1;
+  }
+
   void addToList(const CDmElement* element) {
-    index_.emplace(element, static_cast<int32_t>(list_.size()));
+    listIndex(element) = static_cast<int32_t>(list_.size());
     list_.push_back(element);
   }
 
-  bool isNew(const CDmElement* element) const { return inFile(element) && !index_.contains(element); }
+  bool isNew(const CDmElement* element) const { return inFile(element) && listIndexOf(element) < 0; }
 
   // The next element referred to by the frame's element that is not listed yet.
   const CDmElement* nextNew(Frame& frame) const {
@@ -110,6 +164,7 @@ class BinaryWriter {
   // Depth-first with an explicit stack: trees as deep as their element count must not
   // exhaust the call stack.
   void gatherElements() {
+    if (root_.file()) index_.assign(root_.file()->size(), -1);
     addToList(&root_);
     std::vector<Frame> stack{{&root_}};
     while (!stack.empty()) {
@@ -127,36 +182,31 @@ class BinaryWriter {
 
   static std::string_view untilNul(std::string_view text) { return text.substr(0, text.find('\0')); }
 
-  void intern(std::string_view text) {
-    text = untilNul(text);
-    if (string_index_.emplace(text, static_cast<int32_t>(strings_.size())).second) strings_.push_back(text);
-  }
+  void intern(std::string_view text) { string_index_.add(untilNul(text)); }
 
-  int32_t stringIndex(std::string_view text) const { return string_index_.at(untilNul(text)); }
+  int32_t stringIndex(std::string_view text) const { return string_index_.find(untilNul(text)); }
 
   void buildStringTable() {
-    double sized = 10.0 * std::sqrt(static_cast<double>(list_.size()));
-    string_index_.reserve(std::max<size_t>(1500, static_cast<size_t>(sized)));
     for (const CDmElement* element : list_) {
       intern(element->type());
       intern(element->name());
-      for (const CDmAttribute* attr : attributesToWrite(*element)) {
-        intern(attr->name());
-        if (const auto* text = attr->tryValue<DmType::String>()) intern(*text);
-      }
+      forEachWritten(*element, [&](const CDmAttribute& attr) {
+        intern(attr.name());
+        if (const auto* text = attr.tryValue<DmType::String>()) intern(*text);
+      });
     }
   }
 
   void writeStringTable() {
-    if (!putCount(strings_.size())) return;
-    for (std::string_view text : strings_) out_.putCString(text);
+    if (!putCount(string_index_.size())) return;
+    for (std::string_view text : string_index_.strings()) out_.putCString(text);
   }
 
   // The table, the element list and the array values: nearly the whole body for files
   // whose size matters.
   size_t estimateSize() const {
     size_t size = list_.size() * 24;
-    for (std::string_view text : strings_) size += text.size() + 1;
+    for (std::string_view text : string_index_.strings()) size += text.size() + 1;
     for (const CDmElement* element : list_) {
       for (size_t i = 0; i < element->attributeCount(); ++i) {
         const CDmAttribute& attr = element->attribute(i);
@@ -176,9 +226,11 @@ class BinaryWriter {
 
   // Numbers follow elements rather than id bytes: ids are unique only within one tree, and
   // an element of another tree must never share a number with one of this file.
+  // Listed elements are numbered in list order; elements of other files continue the count.
   DmElementId fileId(const CDmElement& element) {
     if (!sequential_ids_) return element.id();
-    auto [it, added] = sequence_.emplace(&element, static_cast<uint32_t>(sequence_.size() + 1));
+    if (int32_t listed = listIndexOf(&element); listed >= 0) return DmElementId::fromNumber(uint32_t(listed) + 1);
+    auto [it, added] = foreign_.emplace(&element, static_cast<uint32_t>(list_.size() + foreign_.size() + 1));
     return DmElementId::fromNumber(it->second);
   }
 
@@ -194,7 +246,7 @@ class BinaryWriter {
 
   void writeElementRef(const CDmElement* element) {
     if (!element) return out_.putI32(kNullElement);
-    if (auto it = index_.find(element); it != index_.end()) return out_.putI32(it->second);
+    if (int32_t listed = listIndexOf(element); listed >= 0) return out_.putI32(listed);
     out_.putI32(kExternalElement);
     out_.putCString(fileId(*element).toString());
   }
@@ -212,18 +264,25 @@ class BinaryWriter {
 
   void writeAttributeBlock(const std::vector<const CDmAttribute*>& attrs, bool inlineStrings) {
     if (!putCount(attrs.size())) return;
-    for (const CDmAttribute* attr : attrs) {
-      if (inlineStrings) {
-        out_.putCString(attr->name());
-      } else {
-        out_.putI32(stringIndex(attr->name()));
-      }
-      out_.putByte(static_cast<uint8_t>(attr->type()));
-      dispatchType(attr->type(), [&](auto tag) {
-        constexpr DmType T = tag.value;
-        if constexpr (T != DmType::Unknown) writeValue<T>(*attr->tryValue<T>(), inlineStrings);
-      });
+    for (const CDmAttribute* attr : attrs) writeAttribute(*attr, inlineStrings);
+  }
+
+  void writeElementAttributes(const CDmElement& element) {
+    if (!putCount(writtenCount(element))) return;
+    forEachWritten(element, [&](const CDmAttribute& attr) { writeAttribute(attr, false); });
+  }
+
+  void writeAttribute(const CDmAttribute& attr, bool inlineStrings) {
+    if (inlineStrings) {
+      out_.putCString(attr.name());
+    } else {
+      out_.putI32(stringIndex(attr.name()));
     }
+    out_.putByte(static_cast<uint8_t>(attr.type()));
+    dispatchType(attr.type(), [&](auto tag) {
+      constexpr DmType T = tag.value;
+      if constexpr (T != DmType::Unknown) writeValue<T>(*attr.tryValue<T>(), inlineStrings);
+    });
   }
 
   template <DmType T>
@@ -266,10 +325,12 @@ class BinaryWriter {
   DmOutputBuffer& out_;
   bool sequential_ids_;
   std::vector<const CDmElement*> list_;
-  std::unordered_map<const CDmElement*, int32_t> index_;
-  std::vector<std::string_view> strings_;
-  std::unordered_map<std::string_view, int32_t> string_index_;
-  std::unordered_map<const CDmElement*, uint32_t> sequence_;
+  // List places of the file's elements by serial, and of the root.
+  std::vector<int32_t> index_;
+  int32_t root_index_ = -1;
+  StringTable string_index_;
+  // Numbers of elements of other files, given where first referenced.
+  std::unordered_map<const CDmElement*, uint32_t> foreign_;
 };
 
 // The format name is one word of the header line; anything else would make it unreadable.

@@ -1,5 +1,6 @@
 #include "importer/anim_dmx.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "importer/dmx_skeleton.h"
@@ -80,7 +81,7 @@ dmx::DmTime frameTime(size_t frame, float frameRate) {
 AnimationTreeBuilder::AnimationTreeBuilder(dmx::DmElementTree& tree, const AnimExportRecord& record,
                                            std::string_view modelName, const std::vector<SkeletonBone>& skeleton,
                                            std::string_view documentPath)
-    : frameRate_(record.frameRate) {
+    : frameRate_(record.frameRate), frameCount_(size_t(std::max(record.frameCount, 0))) {
   root_ = tree.create("DmElement", "root");
   // The prefix block: the duration here is deliberately frames / rate.
   dmx::CDmElement* prefix = root_->addElement("$prefix_attribute$", "DmElement", "$prefix_element$");
@@ -95,6 +96,7 @@ AnimationTreeBuilder::AnimationTreeBuilder(dmx::DmElementTree& tree, const AnimE
   dmx::CDmElement* clip = addClip(tree, *root_, record);
 
   const std::vector<dmx::CDmElement*>& joints = model->getElementArray("jointList");
+  channels_.reserve(skeleton.size());
   for (size_t i = 0; i < skeleton.size(); ++i) {
     channels_.push_back(addBoneChannels(tree, *clip, jointName(skeleton, i), joints[i]->getElement("transform")));
   }
@@ -110,8 +112,14 @@ AnimationTreeBuilder::BoneChannels AnimationTreeBuilder::addBoneChannels(dmx::Dm
   dmx::CDmElement* orientation = addChannel(tree, clip, bone + "_o", transform, "orientation");
   dmx::CDmElement* orientationLayer = addLog(tree, *orientation, true);
   orientation->setString("channelType", "skeleton");
-  return {&positionLayer->timeArray("times"), &positionLayer->vector3Array("values"),
-          &orientationLayer->timeArray("times"), &orientationLayer->quaternionArray("values")};
+  BoneChannels channels{&positionLayer->timeArray("times"), &positionLayer->vector3Array("values"),
+                        &orientationLayer->timeArray("times"), &orientationLayer->quaternionArray("values")};
+  // Every frame adds one key to each: the arrays are sized once.
+  channels.positionTimes->reserve(frameCount_);
+  channels.positions->reserve(frameCount_);
+  channels.orientationTimes->reserve(frameCount_);
+  channels.orientations->reserve(frameCount_);
+  return channels;
 }
 
 void AnimationTreeBuilder::addFrame(const std::vector<BoneKey>& keys) {

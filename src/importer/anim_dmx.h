@@ -39,6 +39,7 @@ class AnimationTreeBuilder {
 
   dmx::CDmElement* root_;
   float frameRate_;
+  size_t frameCount_;
   size_t frames_ = 0;
   std::vector<BoneChannels> channels_;
 };

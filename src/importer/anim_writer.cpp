@@ -2,6 +2,7 @@
 // root motion, and saved through the output layer.
 
 #include "anim/anim_decoder.h"
+#include "base/last_value_memo.h"
 #include "base/log.h"
 #include "importer/anim_dmx.h"
 #include "importer/converter.h"
@@ -14,6 +15,12 @@ namespace zv {
 namespace {
 
 BoneKey matrixKey(const Matrix3x4& m) { return {m.translation(), matrixQuaternion(m)}; }
+
+// A decoded local sample, the input of a bone's key when root motion does not move it.
+struct LocalSample {
+  RadianEuler rotation;
+  Vector3 position;
+};
 
 }  // namespace
 
@@ -39,6 +46,8 @@ bool C_ZV_MDL_Import::WriteAnimation(size_t index) {
   anim::AnimDecoder decoder(model.mdl, model.animBlocks, anim);
   std::vector<anim::BonePoseSample> pose;
   std::vector<BoneKey> keys(skeleton.size());
+  // Per skeleton bone: a bone that does not move keeps its key without the matrix round trip.
+  std::vector<LastValueMemo<LocalSample, BoneKey>> memos(skeleton.size());
   for (int32_t frame = 0; frame < record.frameCount; ++frame) {
     decoder.DecodeAnimFrame(frame, pose);
     anim::RootMotion motion = anim::rootMotionAt(record.movements, float(frame));
@@ -51,17 +60,22 @@ bool C_ZV_MDL_Import::WriteAnimation(size_t index) {
         continue;
       }
       const anim::BonePoseSample& sample = pose[size_t(b)];
-      Matrix3x4 local = angleMatrix(toQAngle(sample.rotation), sample.position);
-      if (model.mdl.bones[size_t(b)].parent < 0) local = moved * local;
-      if (skeleton[j].parent < 0) local = turn * local;
-      keys[j] = matrixKey(local);
+      auto key = [&](const LocalSample& s) {
+        Matrix3x4 local = angleMatrix(toQAngle(s.rotation), s.position);
+        if (model.mdl.bones[size_t(b)].parent < 0) local = moved * local;
+        if (skeleton[j].parent < 0) local = turn * local;
+        return matrixKey(local);
+      };
+      LocalSample local{sample.rotation, sample.position};
+      // Root motion changes a model root's key every frame, whatever its sample.
+      keys[j] = model.mdl.bones[size_t(b)].parent < 0 ? key(local) : memos[j].get(local, key);
     }
     builder.addFrame(keys);
   }
   if (decoder.fault().any()) warning("%s\n", decoder.fault().message().c_str());
 
   std::string file = record.outputFolder + "/" + safeFileName(record.fileName);
-  if (Status saved = saveDmxFile(output_, file, builder.root()); !saved) {
+  if (Status saved = saveDmxFile(output_, file, builder.root(), saveBuffer_); !saved) {
     warning("Unable to save %s: %s\n", file.c_str(), saved.message().c_str());
     return false;
   }

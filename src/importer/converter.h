@@ -11,6 +11,7 @@
 #include <unordered_set>
 
 #include "base/hash.h"
+#include "dmx/dm_buffer.h"
 #include "fs/file_system.h"
 #include "importer/input_files.h"
 #include "importer/particles.h"
@@ -151,6 +152,8 @@ class C_ZV_MDL_Import {
   bool isStatic_ = false;
   mutable std::vector<InputFile> inputsRead_;
   std::vector<MaterialProbe> materialProbes_;
+  // Where every DMX file is saved before it is written; kept from model to model.
+  dmx::DmOutputBuffer saveBuffer_;
 };
 
 }  // namespace zv

@@ -3,11 +3,20 @@
 #include "dmx/dm_serializer.h"
 
 namespace zv {
+namespace {
 
-Status saveDmxFile(Output& output, std::string_view path, const dmx::CDmElement& root) {
-  auto bytes = dmx::saveDmx(root, dmx::kConverterEncoding, dmx::kConverterFormat, dmx::kConverterFormatVersion);
-  if (!bytes) return Error{"the element tree could not be serialized"};
-  return output.write(path, *bytes);
+// Larger than nearly every file a model gives; keeping more would raise a run's memory.
+constexpr size_t kKeptBufferBytes = size_t{64} << 20;
+
+}  // namespace
+
+Status saveDmxFile(Output& output, std::string_view path, const dmx::CDmElement& root, dmx::DmOutputBuffer& buffer) {
+  buffer.clear();
+  bool saved = dmx::serializeDmx(root, buffer, dmx::kConverterEncoding, dmx::kConverterFormat,
+                                 dmx::kConverterFormatVersion);
+  Status written = saved ? output.write(path, buffer.bytes()) : Status(Error{"the element tree could not be serialized"});
+  if (buffer.capacity() > kKeptBufferBytes) buffer.release();
+  return written;
 }
 
 }  // namespace zv

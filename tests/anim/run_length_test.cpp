@@ -23,7 +23,8 @@ std::vector<uint8_t> channelGroup() {
 }
 
 struct Data {
-  explicit Data(std::vector<uint8_t> b) : bytes(std::move(b)), data(ByteView(bytes), "anim", fault) {}
+  explicit Data(std::vector<uint8_t> b) : bytes(std::move(b)), data(ByteView(bytes), {&file, &name, 0}, fault) {}
+  std::string file = "models/box.mdl", name = "walk";
   std::vector<uint8_t> bytes;
   AnimFault fault;
   AnimData data;
@@ -60,7 +61,7 @@ TEST(ChannelValue, RunsLeavingTheDataGiveZeroAndAFault) {
   EXPECT_EQ(channelValue(d.data, 0, 0, 0, 0, 1), 10.0f);
   EXPECT_FALSE(d.fault.any());
   EXPECT_EQ(channelValue(d.data, 0, 0, 3, 0, 1), 0.0f);
-  EXPECT_EQ(d.fault.message(), "anim: value run at offset 12 leaves the data");
+  EXPECT_EQ(d.fault.message(), "models/box.mdl: animation \"walk\" block 0: value run at offset 12 leaves the data");
 }
 
 // One bone record with the given flags: an optional raw payload, then the channel

@@ -105,6 +105,7 @@ void writeFamily(const mdlforge::ModelFiles& files, const std::string& folder, c
   writeBytes(stem + ".mdl", files.mdl);
   if (files.qvd) writeBytes(stem + ".qvd", *files.qvd);
   if (files.vtx) writeBytes(stem + ".dx90.vtx", *files.vtx);
+  if (files.ani) writeBytes(stem + ".ani", *files.ani);
 }
 
 }  // namespace zv::testing
