@@ -17,17 +17,15 @@ namespace {
 // one array, since a save interns every name of every element.
 class StringTable {
  public:
-  void add(std::string_view text) {
+  // The place of the string, added at the end when new.
+  int32_t add(std::string_view text) {
     if (2 * (strings_.size() + 1) > slots_.size()) grow();
     size_t& slot = slots_[slotOf(text)];
     if (slot == 0) {
       strings_.push_back(text);
       slot = strings_.size();
     }
-  }
-  // The place of a string that was added.
-  int32_t find(std::string_view text) const {
-    return slots_.empty() ? -1 : static_cast<int32_t>(slots_[slotOf(text)]) - 1;
+    return static_cast<int32_t>(slot - 1);
   }
   size_t size() const { return strings_.size(); }
   const std::vector<std::string_view>& strings() const { return strings_; }
@@ -182,19 +180,29 @@ class BinaryWriter {
 
   static std::string_view untilNul(std::string_view text) { return text.substr(0, text.find('\0')); }
 
-  void intern(std::string_view text) { string_index_.add(untilNul(text)); }
-
-  int32_t stringIndex(std::string_view text) const { return string_index_.find(untilNul(text)); }
-
+  // The table is built in the order the body is written later (element types and names in
+  // list order; then, element by element, attribute names and string values), and each
+  // string's place is kept in that order, so writing the body looks nothing up again.
   void buildStringTable() {
+    element_strings_.reserve(2 * list_.size());
     for (const CDmElement* element : list_) {
-      intern(element->type());
-      intern(element->name());
+      element_strings_.push_back(string_index_.add(untilNul(element->type())));
+      element_strings_.push_back(string_index_.add(untilNul(element->name())));
       forEachWritten(*element, [&](const CDmAttribute& attr) {
-        intern(attr.name());
-        if (const auto* text = attr.tryValue<DmType::String>()) intern(*text);
+        attribute_strings_.push_back(string_index_.add(untilNul(attr.name())));
+        if (const auto* text = attr.tryValue<DmType::String>())
+          attribute_strings_.push_back(string_index_.add(untilNul(*text)));
       });
     }
+  }
+
+  // The place of the next string of the element list / of the attribute blocks.
+  int32_t nextElementString() { return nextOf(element_strings_, element_cursor_); }
+  int32_t nextAttributeString() { return nextOf(attribute_strings_, attribute_cursor_); }
+  int32_t nextOf(const std::vector<int32_t>& places, size_t& cursor) {
+    if (cursor < places.size()) return places[cursor++];
+    out_.setError();  // the body asked for more strings than the table was built with
+    return 0;
   }
 
   void writeStringTable() {
@@ -237,8 +245,8 @@ class BinaryWriter {
   void writeElementList() {
     if (!putCount(list_.size())) return;
     for (const CDmElement* element : list_) {
-      out_.putI32(stringIndex(element->type()));
-      out_.putI32(stringIndex(element->name()));
+      out_.putI32(nextElementString());
+      out_.putI32(nextElementString());
       DmElementId id = fileId(*element);
       out_.put(id.bytes.data(), id.bytes.size());
     }
@@ -276,7 +284,7 @@ class BinaryWriter {
     if (inlineStrings) {
       out_.putCString(attr.name());
     } else {
-      out_.putI32(stringIndex(attr.name()));
+      out_.putI32(nextAttributeString());
     }
     out_.putByte(static_cast<uint8_t>(attr.type()));
     dispatchType(attr.type(), [&](auto tag) {
@@ -293,7 +301,7 @@ class BinaryWriter {
     } else if constexpr (T == DmType::Element) {
       writeElementRef(value);
     } else if constexpr (T == DmType::String) {
-      inlineStrings ? out_.putCString(value) : out_.putI32(stringIndex(value));
+      inlineStrings ? out_.putCString(value) : out_.putI32(nextAttributeString());
     } else if constexpr (T == DmType::Binary) {
       if (putCount(value.size())) out_.put(value.data(), value.size());
     } else if constexpr (T == DmType::Bool) {
@@ -329,6 +337,8 @@ class BinaryWriter {
   std::vector<int32_t> index_;
   int32_t root_index_ = -1;
   StringTable string_index_;
+  std::vector<int32_t> element_strings_, attribute_strings_;
+  size_t element_cursor_ = 0, attribute_cursor_ = 0;
   // Numbers of elements of other files, given where first referenced.
   std::unordered_map<const CDmElement*, uint32_t> foreign_;
 };

@@ -40,7 +40,10 @@ bool C_ZV_MDL_Import::WriteAnimation(size_t index) {
   // With -YupToZup the skeleton's roots are turned like the bind pose.
   Matrix3x4 turn = settings_.yUpToZUp ? yUpToZUpMatrix() : Matrix3x4::identity();
 
-  dmx::DmElementTree tree;
+  // The tree is the converter's, kept from file to file; what this file put in it goes
+  // when the file is saved, its room stays.
+  dmx::DmElementTree& tree = animationTree_;
+  tree.clear();
   AnimationTreeBuilder builder(tree, record, settings_.baseName, skeleton,
                                relativeToBaseFolder(paths_.document, settings_.outputRoot));
   anim::AnimDecoder decoder(model.mdl, model.animBlocks, anim);
@@ -75,7 +78,9 @@ bool C_ZV_MDL_Import::WriteAnimation(size_t index) {
   if (decoder.fault().any()) warning("%s\n", decoder.fault().message().c_str());
 
   std::string file = record.outputFolder + "/" + safeFileName(record.fileName);
-  if (Status saved = saveDmxFile(output_, file, builder.root(), saveBuffer_); !saved) {
+  Status saved = saveDmxFile(output_, file, builder.root(), saveBuffer_);
+  tree.clear();
+  if (!saved) {
     warning("Unable to save %s: %s\n", file.c_str(), saved.message().c_str());
     return false;
   }

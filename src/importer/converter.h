@@ -12,6 +12,7 @@
 
 #include "base/hash.h"
 #include "dmx/dm_buffer.h"
+#include "dmx/dm_element.h"
 #include "fs/file_system.h"
 #include "importer/input_files.h"
 #include "importer/particles.h"
@@ -152,8 +153,10 @@ class C_ZV_MDL_Import {
   bool isStatic_ = false;
   mutable std::vector<InputFile> inputsRead_;
   std::vector<MaterialProbe> materialProbes_;
-  // Where every DMX file is saved before it is written; kept from model to model.
+  // Where every DMX file is saved before it is written, and where animation files are
+  // built: kept from file to file and model to model.
   dmx::DmOutputBuffer saveBuffer_;
+  dmx::DmElementTree animationTree_;
 };
 
 }  // namespace zv

@@ -100,11 +100,11 @@ TEST(AnimationAllocations, TheCounterSeesEveryAllocation) {
   void* array = ::operator new[](64);
   void* aligned = ::operator new(64, std::align_val_t{64});
   uint64_t after = alloc_count::allocations();
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(aligned) % 64, 0u);
   ::operator delete(single);
   ::operator delete[](array);
   ::operator delete(aligned, std::align_val_t{64});
   EXPECT_EQ(after - before, 3u);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(aligned) % 64, 0u);
 }
 
 }  // namespace
