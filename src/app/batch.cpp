@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "app/tool_version.h"
@@ -74,13 +75,13 @@ bool upToDate(const ModelReport& previous, const std::string& settings, const fs
 class Worker {
  public:
   Worker(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl* sourceControl,
-         ParticleResolver& particles, const PreviousReports& previous, const std::optional<PagePaths>& page)
+         ParticleResolver& particles, const PreviousReports& previous, ThumbnailPainter* thumbnails)
       : options_(options),
         fileSystem_(fileSystem),
         previous_(previous),
         output_(*options.outputRoot, sourceControl),
-        converter_(fileSystem, output_, &particles) {
-    if (page) thumbnails_.emplace(*page);
+        converter_(fileSystem, output_, &particles),
+        thumbnails_(thumbnails) {
     output_.onWrite([&fileSystem](const std::string& folder) { fileSystem.folderChanged(folder); });
   }
 
@@ -127,7 +128,7 @@ class Worker {
       for (const MaterialProbe& probe : converter_.materialProbes()) report.probes.push_back({probe.path, probe.exists});
       report.counts = countsOf(converter_.tables());
       // Only the page wants pictures: a run without one renders nothing.
-      if (thumbnails_ && report.status == "converted") report.thumbnail = thumbnails_->write(converter_.tables(), input);
+      if (thumbnails_ && report.status == "converted") report.thumbnail = thumbnails_->submit(converter_.tables(), input);
       converter_.Reset();
     }
     report.seconds = std::chrono::duration<double>(Clock::now() - start).count();
@@ -144,7 +145,7 @@ class Worker {
   const PreviousReports& previous_;
   Output output_;
   C_ZV_MDL_Import converter_;
-  std::optional<ThumbnailWriter> thumbnails_;
+  ThumbnailPainter* thumbnails_;  // the run's, when it writes a page
 };
 
 // One line on standard error, rewritten in place; cleared before anything else is printed.
@@ -198,6 +199,21 @@ std::vector<size_t> shardModels(const RunOptions& options, int k, int n) {
   return models;
 }
 
+namespace {
+
+// A picture that could not be written is not shown: its model's row says why instead.
+void forgetUnwrittenPictures(std::vector<ModelReport>& reports, const std::vector<std::string>& unwritten) {
+  if (unwritten.empty()) return;
+  std::set<std::string> inputs(unwritten.begin(), unwritten.end());
+  for (ModelReport& report : reports) {
+    if (report.thumbnail.empty() || inputs.count(report.input) == 0) continue;
+    report.warnings.push_back("Unable to write the thumbnail of " + report.input + "\n");
+    report.thumbnail.clear();
+  }
+}
+
+}  // namespace
+
 std::vector<ModelReport> convertModels(const RunOptions& options, const fs::FileSystem& fileSystem,
                                        scm::SourceControl* sourceControl, ParticleResolver& particles,
                                        const BatchSettings& settings) {
@@ -208,9 +224,12 @@ std::vector<ModelReport> convertModels(const RunOptions& options, const fs::File
   std::atomic<size_t> next{0};
   const PreviousReports previous = indexByInput(settings.previous);
 
+  std::optional<ThumbnailPainter> thumbnails;
+  if (settings.page) thumbnails.emplace(*settings.page, (size_t(std::max(settings.jobs, 1)) + 1) / 2);
+
   // Workers take models in input order, so that the printer rarely waits long.
   auto work = [&] {
-    Worker worker(options, fileSystem, sourceControl, particles, previous, settings.page);
+    Worker worker(options, fileSystem, sourceControl, particles, previous, thumbnails ? &*thumbnails : nullptr);
     for (size_t i = next++; i < count; i = next++) {
       Finished done = worker.run(settings.models[i]);
       std::lock_guard lock(mutex);
@@ -239,6 +258,7 @@ std::vector<ModelReport> convertModels(const RunOptions& options, const fs::File
   }
   status.clear();
   for (std::thread& worker : workers) worker.join();
+  if (thumbnails) forgetUnwrittenPictures(reports, thumbnails->finish());
   return reports;
 }
 

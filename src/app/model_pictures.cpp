@@ -1,5 +1,7 @@
 #include "app/model_pictures.h"
 
+#include <algorithm>
+
 #include "base/hash.h"
 #include "base/log.h"
 #include "base/path.h"
@@ -70,31 +72,75 @@ thumbnail::Skeleton skeletonOf(const ModelTables& tables) {
 
 }  // namespace
 
-thumbnail::Rendered pictureOf(const ModelTables& tables) {
+PictureSubject subjectOf(const ModelTables& tables) {
   thumbnail::Mesh mesh = meshOf(tables);
-  if (!mesh.triangles.empty()) return thumbnail::renderMesh(mesh);
-  return thumbnail::renderSkeleton(skeletonOf(tables));
+  if (!mesh.triangles.empty()) return mesh;
+  return skeletonOf(tables);
 }
+
+thumbnail::Rendered render(const PictureSubject& subject) {
+  if (const auto* mesh = std::get_if<thumbnail::Mesh>(&subject)) return thumbnail::renderMesh(*mesh);
+  return thumbnail::renderSkeleton(std::get<thumbnail::Skeleton>(subject));
+}
+
+thumbnail::Rendered pictureOf(const ModelTables& tables) { return render(subjectOf(tables)); }
 
 std::string pictureName(std::string_view input) {
   std::string key = path::toForwardSlashes(input);
   return format("%016llx.png", static_cast<unsigned long long>(fnv1a64(reinterpret_cast<const uint8_t*>(key.data()), key.size())));
 }
 
-ThumbnailWriter::ThumbnailWriter(const PagePaths& page) : page_(page), output_(page.folder, nullptr) {}
+ThumbnailPainter::ThumbnailPainter(const PagePaths& page, size_t threads)
+    : page_(page), capacity_(2 * std::max<size_t>(1, threads)) {
+  for (size_t t = 0; t < std::max<size_t>(1, threads); ++t) threads_.emplace_back([this] { paint(); });
+}
 
-std::string ThumbnailWriter::write(const ModelTables& tables, std::string_view input) {
-  thumbnail::Rendered picture = pictureOf(tables);
-  if (!picture.problem.empty())
-    warning("The thumbnail of %.*s is blank: %s\n", int(input.size()), input.data(), picture.problem.c_str());
-  std::string name = pictureName(input);
-  output_.beginModel();
-  std::vector<uint8_t> png = thumbnail::encodePng(picture.image);
-  if (Status written = output_.write(page_.picturePath(name), png); !written) {
-    warning("Unable to write the thumbnail of %.*s: %s\n", int(input.size()), input.data(), written.message().c_str());
-    return {};
+ThumbnailPainter::~ThumbnailPainter() { finish(); }
+
+std::string ThumbnailPainter::submit(const ModelTables& tables, std::string_view input) {
+  Job job{subjectOf(tables), std::string(input), page_.picturePath(pictureName(input))};
+  std::string blank = std::visit([](const auto& subject) { return thumbnail::blankReason(subject); }, job.subject);
+  if (!blank.empty()) warning("The thumbnail of %.*s is blank: %s\n", int(input.size()), input.data(), blank.c_str());
+  std::string path = job.path;
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return queue_.size() < capacity_; });
+  queue_.push_back(std::move(job));
+  changed_.notify_all();
+  return path;
+}
+
+// Each thread writes through an output of its own; it is the only user of it.
+void ThumbnailPainter::paint() {
+  Output output(page_.folder, nullptr);
+  for (;;) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return closing_ || !queue_.empty(); });
+    if (queue_.empty()) return;
+    Job job = std::move(queue_.front());
+    queue_.pop_front();
+    changed_.notify_all();
+    lock.unlock();
+
+    std::vector<uint8_t> png = thumbnail::encodePng(render(job.subject).image);
+    output.beginModel();
+    if (Status written = output.write(job.path, png); !written) {
+      std::lock_guard failed(mutex_);
+      failed_.push_back(job.input);
+      warning("Unable to write the thumbnail of %s: %s\n", job.input.c_str(), written.message().c_str());
+    }
   }
-  return page_.picturePath(name);
+}
+
+std::vector<std::string> ThumbnailPainter::finish() {
+  {
+    std::lock_guard lock(mutex_);
+    closing_ = true;
+  }
+  changed_.notify_all();
+  for (std::thread& thread : threads_) thread.join();
+  threads_.clear();
+  std::lock_guard lock(mutex_);
+  return failed_;
 }
 
 }  // namespace zv::app

@@ -140,14 +140,37 @@ Projection frame(std::span<const Vector3> points, int size, std::string& problem
   return view;
 }
 
-Rendered renderMesh(const Mesh& mesh, int size) {
-  Rendered out{blankImage(size), {}};
-  // Only the corners of drawn triangles frame the view: unused vertices are not the model.
+namespace {
+
+// The corners of the triangles drawn, three by three. Only they frame the view: unused
+// vertices are not the model.
+std::vector<Vector3> usedCorners(const Mesh& mesh) {
   std::vector<Vector3> used;
+  used.reserve(mesh.triangles.size() * 3);
   for (const auto& t : mesh.triangles) {
     if (!validTriangle(t, mesh.positions.size())) continue;
     for (int32_t i : t) used.push_back(mesh.positions[size_t(i)]);
   }
+  return used;
+}
+
+}  // namespace
+
+std::string blankReason(const Mesh& mesh, int size) {
+  std::string problem;
+  frame(usedCorners(mesh), size, problem);
+  return problem;
+}
+
+std::string blankReason(const Skeleton& skeleton, int size) {
+  std::string problem;
+  frame(skeleton.joints, size, problem);
+  return problem;
+}
+
+Rendered renderMesh(const Mesh& mesh, int size) {
+  Rendered out{blankImage(size), {}};
+  std::vector<Vector3> used = usedCorners(mesh);
   Projection view = frame(used, size, out.problem);
   if (!out.problem.empty()) return out;
   std::vector<float> depth(out.image.rgba.size() / 4, -INFINITY);

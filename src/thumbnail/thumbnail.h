@@ -47,6 +47,10 @@ struct Rendered {
 
 Rendered renderMesh(const Mesh& mesh, int size = kDefaultSize);
 Rendered renderSkeleton(const Skeleton& skeleton, int size = kDefaultSize);
+// The problem rendering would meet (and draw a blank picture for), or empty: a cheap
+// check that needs no picture.
+std::string blankReason(const Mesh& mesh, int size = kDefaultSize);
+std::string blankReason(const Skeleton& skeleton, int size = kDefaultSize);
 
 // The image as PNG bytes.
 std::vector<uint8_t> encodePng(const Image& image);

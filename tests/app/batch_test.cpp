@@ -255,6 +255,24 @@ TEST(Report, NamesOfAnyBytesStayValidJsonAndReadBackTheSame) {
   }
 }
 
+TEST(ReportPage, APictureThatCannotBeWrittenIsLeftOutOfItsRowWithAWarning) {
+  Library library;
+  // A file where the pictures' folder should be: no picture can be written.
+  zv::testing::writeText(library.dir.path() / "run_files", "in the way");
+  EXPECT_EQ(library.run({"-j", "2", "-report", "run.json", "-report-html", "run.html"}), 1);
+  RunReport report = readReport(library.dir.path() / "run.json");
+  size_t converted = 0;
+  for (const ModelReport& m : report.models) {
+    if (m.status != "converted") continue;
+    ++converted;
+    EXPECT_TRUE(m.thumbnail.empty()) << m.input;
+    EXPECT_EQ(std::count(m.warnings.begin(), m.warnings.end(), "Unable to write the thumbnail of " + m.input + "\n"), 1)
+        << m.input;
+  }
+  EXPECT_EQ(converted, 10u);
+  EXPECT_TRUE(stdfs::exists(library.dir.path() / "run.html"));  // the page itself is still written
+}
+
 // The pictures a page's folder holds, by file name.
 Files picturesIn(const stdfs::path& folder) {
   Files files;

@@ -172,6 +172,7 @@ TEST(Thumbnail, BadCoordinatesGiveABlankPictureAndWhy) {
   for (const Mesh& m : {nan, inf, huge}) {
     Rendered r = renderMesh(m);
     EXPECT_FALSE(r.problem.empty());
+    EXPECT_EQ(blankReason(m), r.problem);  // the check made before drawing says the same
     EXPECT_EQ(r.image.coveredCount(), 0u);
     EXPECT_EQ(r.image.width, 160);
   }
@@ -186,6 +187,11 @@ TEST(Thumbnail, BadCoordinatesGiveABlankPictureAndWhy) {
   point.positions = {{1, 1, 1}, {1, 1, 1}, {1, 1, 1}};
   point.triangles = {{0, 1, 2}};
   EXPECT_TRUE(renderMesh(point).problem.empty());
+  EXPECT_TRUE(blankReason(point).empty());
+  EXPECT_TRUE(blankReason(cube()).empty());
+  Skeleton lost{{{0, 0, 0}, {NAN, 0, 0}}, {-1, 0}};
+  EXPECT_EQ(blankReason(lost), renderSkeleton(lost).problem);
+  EXPECT_FALSE(blankReason(lost).empty());
 }
 
 TEST(Thumbnail, SkeletonsAreDrawnAsBonesAndJoints) {
