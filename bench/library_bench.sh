@@ -124,4 +124,7 @@ fi
 printf -- '-j 1 with -report-html: %.2fs, %s thumbnails, %+.1f%% over -j 1 (goal at most +15%%)\n' \
   "$page_time" "$pictures" "$(echo "($page_time / ${time_of[1]} - 1) * 100" | bc -l)"
 echo "output hash: ${hash_of[1]}"
-[ "${hash_of[1]}" = "${hash_of[2]}" ] || echo "warning: -j 1 and -j 2 wrote different files (${hash_of[2]})" >&2
+if [ "${hash_of[1]}" != "${hash_of[2]}" ]; then
+  echo "-j 1 and -j 2 wrote different files (${hash_of[2]})" >&2
+  exit 1
+fi
