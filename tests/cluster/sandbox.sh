@@ -122,20 +122,22 @@ sandbox_launch() {
   rm -rf "$dir/state" "$dir/spool" && mkdir -p "$dir/state" "$dir/spool"
   : >"$dir/slurmctld.log" && : >"$dir/slurmd.log"
 
-  setsid slurmctld -D -i -f "$dir/slurm.conf" >>"$dir/slurmctld.out" 2>&1 &
-  local controller=$!
-  sandbox_pids+=("$controller")
-  sandbox_watched=$controller
-  if ! sandbox_wait 30 "slurmctld to answer" sandbox_controller_up "$controller"; then
-    grep -qi 'address already in use' "$dir/slurmctld.log" "$dir/slurmctld.out" && return 2
-    return 1
-  fi
-  setsid slurmd -D -N localhost -f "$dir/slurm.conf" >>"$dir/slurmd.out" 2>&1 &
-  local node=$!
-  sandbox_pids+=("$node")
-  sandbox_watched=$node
-  if ! sandbox_wait 30 "the node to be idle" sandbox_node_idle "$node"; then
-    grep -qi 'address already in use' "$dir/slurmd.log" "$dir/slurmd.out" && return 2
+  sandbox_daemon "$dir" slurmctld "slurmctld to answer" sandbox_controller_up slurmctld -D -i -f "$dir/slurm.conf" || return
+  sandbox_daemon "$dir" slurmd "the node to be idle" sandbox_node_idle slurmd -D -N localhost -f "$dir/slurm.conf"
+}
+
+# sandbox_daemon DIR NAME WHAT CHECK COMMAND...: starts a daemon that logs to DIR/NAME.log
+# and DIR/NAME.out, and waits up to 30 s until CHECK passes for it. Returns 2 when its
+# port was taken (the caller retries on other ports), 1 when it did not come up.
+sandbox_daemon() {
+  local dir=$1 name=$2 what=$3 check=$4
+  shift 4
+  setsid "$@" >>"$dir/$name.out" 2>&1 &
+  local pid=$!
+  sandbox_pids+=("$pid")
+  sandbox_watched=$pid
+  if ! sandbox_wait 30 "$what" "$check" "$pid"; then
+    grep -qi 'address already in use' "$dir/$name.log" "$dir/$name.out" && return 2
     return 1
   fi
 }
