@@ -1,6 +1,7 @@
 #include "importer/flexes.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -197,7 +198,9 @@ class TargetGatherer {
       target.stereo = target.stereo || flex.partner >= 0;
       target.wrinkle = target.wrinkle || flex.wrinkle;
       int64_t base = int64_t(mesh.vertexOffset) + model_.vertexIndex / 48;
-      for (const legacy::VertexDelta& delta : flex.deltas) addDelta(target, delta, base + delta.vertex, id, flex.partner >= 0);
+      bool stereo = flex.partner >= 0;
+      if (stereo && part_.balance.empty()) part_.balance.assign(part_.vertices.size(), -1.0f);
+      flex.deltas.forEach([&](const legacy::VertexDelta& delta) { addDelta(target, delta, base + delta.vertex, id, stereo); });
     }
     return target;
   }
@@ -220,26 +223,29 @@ class TargetGatherer {
     target.normalDeltas.reserve(deltas);
   }
 
+  // Deltas are never NaN (non-finite halves read as 0), so zero is all bits but the signs.
+  static bool isZero(const Vector3& v) {
+    return ((std::bit_cast<uint32_t>(v.x) | std::bit_cast<uint32_t>(v.y) | std::bit_cast<uint32_t>(v.z)) << 1) == 0;
+  }
+
   void addDelta(MorphTarget& target, const legacy::VertexDelta& delta, int64_t resolved, int32_t id, bool stereo) {
+    bool moves = !isZero(delta.position), turns = !isZero(delta.normal), wrinkles = delta.wrinkle != 0;
     for (int32_t v : lookup_.of(resolved)) {
       if (stamp_[size_t(v)] == id) continue;
       stamp_[size_t(v)] = id;
-      if (!(delta.position == Vector3{})) {
+      if (moves) {
         target.positionIndices.push_back(v);
         target.positionDeltas.push_back(delta.position);
       }
-      if (!(delta.normal == Vector3{})) {
+      if (turns) {
         target.normalIndices.push_back(v);
         target.normalDeltas.push_back(delta.normal);
       }
-      if (delta.wrinkle != 0) {
+      if (wrinkles) {
         target.wrinkleIndices.push_back(v);
         target.wrinkleDeltas.push_back(delta.wrinkle);
       }
-      if (stereo) {
-        if (part_.balance.empty()) part_.balance.assign(part_.vertices.size(), -1.0f);
-        if (part_.balance[size_t(v)] < 0) part_.balance[size_t(v)] = float(delta.side) / 255.0f;
-      }
+      if (stereo && part_.balance[size_t(v)] < 0) part_.balance[size_t(v)] = float(delta.side) / 255.0f;
     }
   }
 

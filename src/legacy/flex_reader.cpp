@@ -15,21 +15,11 @@ constexpr size_t kRuleSize = 12;
 constexpr size_t kOpSize = 8;
 constexpr size_t kControllerUiSize = 20;
 constexpr size_t kMeshFlexSize = 60;
-constexpr size_t kVertexAnimSize = 16;
-constexpr size_t kWrinkleAnimSize = 18;
 constexpr int32_t kFirstUiVersion = 48;
 
 std::string indexed(std::string_view what, size_t index) {
   return format("%.*s[%zu]", int(what.size()), what.data(), index);
 }
-
-// The compiler writes NaN deltas as 0; any other non-finite half is damage, read as 0 too.
-float deltaHalf(const uint8_t* at) {
-  uint16_t half = ByteView::load<uint16_t>(at);
-  return (half & 0x7C00u) == 0x7C00u ? 0.0f : halfToFloat(half);
-}
-
-Vector3 deltaHalves(const uint8_t* at) { return {deltaHalf(at), deltaHalf(at + 2), deltaHalf(at + 4)}; }
 
 bool takesController(int32_t code) {
   return code == kFlexFetchController || code == kFlexTwoWay0 || code == kFlexTwoWay1 || code == kFlexNWay ||
@@ -206,28 +196,20 @@ class MeshFlexReader {
     return -1;
   }
 
-  // The whole table was checked to lie in the file, so records are decoded straight from
-  // its bytes: a face holds hundreds of thousands of them.
+  // The whole table is checked to lie in the file once; its records are decoded where the
+  // deltas are used. Here only the vertex of each is checked.
   void readDeltas(const Record& flex, MeshFlex& out, const std::string& where) {
-    size_t stride = out.wrinkle ? kWrinkleAnimSize : kVertexAnimSize;
+    size_t stride = out.wrinkle ? VertexAnimations::kWrinkleSize : VertexAnimations::kPlainSize;
     auto anims = r_.table(flex.position(), flex.i32(24), flex.i32(20), stride, where + ".vertex animation table");
     if (!anims || anims->count == 0) return;
-    const uint8_t* record = r_.file().sub(anims->start, anims->count * stride)->data();
-    out.deltas.reserve(anims->count);
-    size_t refused = 0;
-    for (size_t k = 0; k < anims->count; ++k, record += stride) {
-      uint16_t vertex = ByteView::load<uint16_t>(record);
-      if (int32_t(vertex) >= vertexCount_) {
-        ++refused;
-        continue;
-      }
-      out.deltas.push_back({vertex, record[3], deltaHalves(record + 4), deltaHalves(record + 10),
-                            out.wrinkle ? deltaHalf(record + 16) : 0.0f});
-    }
-    if (refused) {
+    const uint8_t* records = r_.file().sub(anims->start, anims->count * stride)->data();
+    size_t usable = 0;
+    for (size_t k = 0; k < anims->count; ++k) usable += VertexAnimations::namesVertexBelow(records + k * stride, vertexCount_);
+    out.deltas = VertexAnimations(records, anims->count, out.wrinkle, vertexCount_, usable);
+    if (usable < anims->count) {
       r_.note(format("%s at offset %zu: %zu of its %zu vertex animations name vertices past the mesh's %d; they "
                      "are left out",
-                     where.c_str(), flex.position(), refused, anims->count, vertexCount_));
+                     where.c_str(), flex.position(), anims->count - usable, anims->count, vertexCount_));
     }
   }
 
@@ -237,6 +219,17 @@ class MeshFlexReader {
 };
 
 }  // namespace
+
+const float* deltaHalfValues() {
+  static const std::vector<float> values = [] {
+    std::vector<float> table(65536);
+    for (uint32_t half = 0; half < 65536; ++half) {
+      table[half] = (half & 0x7C00u) == 0x7C00u ? 0.0f : halfToFloat(uint16_t(half));
+    }
+    return table;
+  }();
+  return values.data();
+}
 
 bool readFlexTables(RecordReader& reader, const Record& header, FlexTables& out) {
   return FlexTableReader(reader, header, out).run();

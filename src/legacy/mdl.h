@@ -249,6 +249,14 @@ class MdlFile {
   // Decodes and validates the whole file; the error names the file, the record and the offset.
   static Result<MdlFile> parse(std::string fileName, std::vector<uint8_t> bytes);
 
+  // Views into the bytes (vertex animations) stay valid when the file is moved, never
+  // copied.
+  MdlFile() = default;
+  MdlFile(MdlFile&&) = default;
+  MdlFile& operator=(MdlFile&&) = default;
+  MdlFile(const MdlFile&) = delete;
+  MdlFile& operator=(const MdlFile&) = delete;
+
   const std::string& fileName() const { return fileName_; }
   const std::vector<uint8_t>& bytes() const { return bytes_; }
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+
 #include "base/log.h"
 #include "legacy/family.h"
 #include "mdlforge/byte_writer.h"
@@ -19,6 +21,23 @@ MdlFile loadMdl(const mdlforge::ModelFiles& files) {
   auto model = loadModelFamily(familyFiles(files));
   EXPECT_TRUE(model) << model.message();
   return model ? std::move(model->mdl) : MdlFile{};
+}
+
+std::vector<VertexDelta> decoded(const MeshFlex& flex) {
+  std::vector<VertexDelta> out;
+  flex.deltas.forEach([&](const VertexDelta& delta) { out.push_back(delta); });
+  return out;
+}
+
+// Every 16-bit pattern: finite halves decode exactly as the general decoder does (bit
+// for bit, signed zeros and subnormals too); infinities and NaNs read as +0.
+TEST(FlexLoad, EveryDeltaHalfDecodesLikeTheGeneralDecoderOrAsZero) {
+  const float* values = deltaHalfValues();
+  for (uint32_t half = 0; half < 65536; ++half) {
+    bool finite = (half & 0x7C00u) != 0x7C00u;
+    uint32_t want = std::bit_cast<uint32_t>(finite ? halfToFloat(uint16_t(half)) : 0.0f);
+    ASSERT_EQ(std::bit_cast<uint32_t>(values[half]), want) << std::hex << half;
+  }
 }
 
 TEST(FlexLoad, TablesAndMeshRecordsReadAsWritten) {
@@ -49,15 +68,18 @@ TEST(FlexLoad, TablesAndMeshRecordsReadAsWritten) {
   EXPECT_EQ(flexes[0].partner, 1);
   EXPECT_EQ(flexes[1].partner, -1);  // 0 on disk: none
   EXPECT_EQ(flexes[1].window, (std::array<float, 4>{-11, -10, -0.5f, 0}));
-  ASSERT_EQ(flexes[0].deltas.size(), 3u);
-  EXPECT_EQ(flexes[0].deltas[1].vertex, 1);
-  EXPECT_EQ(flexes[0].deltas[1].side, 255);
-  EXPECT_EQ(flexes[0].deltas[1].position, (Vector3{0, 0, 0.25f}));
+  std::vector<VertexDelta> first = decoded(flexes[0]);
+  ASSERT_EQ(first.size(), 3u);
+  EXPECT_EQ(flexes[0].deltas.size(), 3u);
+  EXPECT_EQ(first[1].vertex, 1);
+  EXPECT_EQ(first[1].side, 255);
+  EXPECT_EQ(first[1].position, (Vector3{0, 0, 0.25f}));
   // The 18-byte form: records packed, the wrinkle half after the normal.
   EXPECT_TRUE(flexes[3].wrinkle);
   ASSERT_EQ(flexes[3].deltas.size(), 1u);
-  EXPECT_EQ(flexes[3].deltas[0].position, (Vector3{0, -0.5f, 0}));
-  EXPECT_EQ(flexes[3].deltas[0].wrinkle, 0.75f);
+  VertexDelta wrinkled = decoded(flexes[3]).at(0);
+  EXPECT_EQ(wrinkled.position, (Vector3{0, -0.5f, 0}));
+  EXPECT_EQ(wrinkled.wrinkle, 0.75f);
 }
 
 TEST(FlexLoad, EveryOpCodeIsKeptWithItsOperand) {
@@ -134,17 +156,23 @@ TEST(FlexLoad, WhatEachBreakLeavesBehind) {
   ASSERT_EQ(mdl.flexes.descriptors.size(), 5u);
   EXPECT_EQ(mdl.flexes.descriptors[2], "");
   EXPECT_EQ(mdl.flexes.descriptors[3], "mid");
-  // A vertex past the mesh's 6 is refused, the record's other deltas stay.
+  // A vertex past the mesh's 6 is refused (here the first and the last of three), the
+  // record's other deltas stay.
   size_t anims = files.where.mdl.at("vertanims[0][0][0][0]");
   FamilyFiles family = familyFiles(files);
-  mdlforge::poke<uint16_t>(family.mdl, anims + 16, 6);
+  mdlforge::poke<uint16_t>(family.mdl, anims, 6);
+  mdlforge::poke<uint16_t>(family.mdl, anims + 32, 0xFFFF);
   auto model = loadModelFamily(std::move(family));
   ASSERT_TRUE(model);
   const MeshFlex& smile = model->mdl.bodyParts[0].models[0].meshes[0].flexes[0];
-  ASSERT_EQ(smile.deltas.size(), 2u);
-  EXPECT_EQ(smile.deltas[1].vertex, 2);
+  // The refused record is passed over wherever it lies; the count says so too.
+  std::vector<VertexDelta> kept = decoded(smile);
+  ASSERT_EQ(kept.size(), 1u);
+  EXPECT_EQ(smile.deltas.size(), 1u);
+  EXPECT_EQ(kept[0].vertex, 1);
+  EXPECT_EQ(kept[0].side, 255);
   ASSERT_EQ(model->mdl.notes.size(), 1u);
-  EXPECT_NE(model->mdl.notes[0].find("1 of its 3 vertex animations name vertices past the mesh's 6"),
+  EXPECT_NE(model->mdl.notes[0].find("2 of its 3 vertex animations name vertices past the mesh's 6"),
             std::string::npos)
       << model->mdl.notes[0];
 }
@@ -169,7 +197,7 @@ TEST(FlexLoad, NonFiniteDeltasReadAsZero) {
   mdlforge::poke<uint16_t>(files.mdl, anims + 4, 0x7E00);   // NaN
   mdlforge::poke<uint16_t>(files.mdl, anims + 10, 0xFC00);  // -infinity
   MdlFile mdl = loadMdl(files);
-  const VertexDelta& delta = mdl.bodyParts[0].models[0].meshes[0].flexes[0].deltas[0];
+  VertexDelta delta = decoded(mdl.bodyParts[0].models[0].meshes[0].flexes[0]).at(0);
   EXPECT_EQ(delta.position, (Vector3{0, 0, 0.25f}));
   EXPECT_EQ(delta.normal, Vector3{});
 }
