@@ -45,7 +45,9 @@ struct AnimPlace {
   const std::string* file;
   const std::string* animation;
   int32_t block;
-  std::string text() const { return format("%s: animation \"%s\" block %d", file->c_str(), animation->c_str(), block); }
+  std::string text() const {
+    return format("%s: animation \"%s\" block %d", file->c_str(), animation->c_str(), block);
+  }
 };
 
 // One block of data: the model file (block 0) or a block of the .ani file.

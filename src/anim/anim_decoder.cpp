@@ -124,21 +124,26 @@ std::optional<AnimDecoder::Located> AnimDecoder::locate(int32_t frame) {
     local = 0;
   }
   if (section < 0 || size_t(section) >= anim_.sections.size()) {
-    fault_.set([&] { return format("%s: frame %d is in section %lld, the animation has %zu", where(anim_.block).c_str(), frame,
-                      static_cast<long long>(section), anim_.sections.size()); });
+    fault_.set([&] {
+      return format("%s: frame %d is in section %lld, the animation has %zu", where(anim_.block).c_str(),
+                    frame, static_cast<long long>(section), anim_.sections.size());
+    });
     return std::nullopt;
   }
   const legacy::AnimSection& entry = anim_.sections[size_t(section)];
   return locateInBlock(entry.block, entry.offset, local);
 }
 
-std::optional<AnimDecoder::Located> AnimDecoder::locateInBlock(int32_t block, int32_t offset, int32_t localFrame) {
+std::optional<AnimDecoder::Located> AnimDecoder::locateInBlock(int32_t block, int32_t offset,
+                                                               int32_t localFrame) {
   if (block == -1) return std::nullopt;  // no data: the initial pose stands
   if (block == 0) {
     ByteView file(model_.bytes());
     auto start = offsetFrom(anim_.recordOffset, offset, file.size());
     if (!start || *start >= file.size()) {
-      fault_.set([&] { return format("%s: data offset %d lies past the end of the file", where(block).c_str(), offset); });
+      fault_.set([&] {
+        return format("%s: data offset %d lies past the end of the file", where(block).c_str(), offset);
+      });
       return std::nullopt;
     }
     return Located{AnimData(file, place(block), fault_), *start, localFrame};
@@ -148,17 +153,25 @@ std::optional<AnimDecoder::Located> AnimDecoder::locateInBlock(int32_t block, in
     return std::nullopt;
   }
   if (!blocks_) {
-    fault_.set([&] { return format("%s: its block file \"%s\" could not be read", where(block).c_str(), model_.animBlockName.c_str()); });
+    fault_.set([&] {
+      return format("%s: its block file \"%s\" could not be read", where(block).c_str(),
+                    model_.animBlockName.c_str());
+    });
     return std::nullopt;
   }
   auto bytes = blocks_->block(block);
   if (!bytes) {
-    fault_.set([&] { return format("%s: %s has no usable block %d", where(block).c_str(), blocks_->fileName().c_str(), block); });
+    fault_.set([&] {
+      return format("%s: %s has no usable block %d", where(block).c_str(), blocks_->fileName().c_str(),
+                    block);
+    });
     return std::nullopt;
   }
   if (offset < 0 || size_t(offset) >= bytes->size()) {
-    fault_.set([&] { return format("%s: data offset %d lies past the block's end (%zu bytes)", where(block).c_str(), offset,
-                      bytes->size()); });
+    fault_.set([&] {
+      return format("%s: data offset %d lies past the block's end (%zu bytes)", where(block).c_str(), offset,
+                    bytes->size());
+    });
     return std::nullopt;
   }
   return Located{AnimData(*bytes, place(block), fault_), size_t(offset), localFrame};

@@ -128,7 +128,8 @@ class Worker {
       for (const MaterialProbe& probe : converter_.materialProbes()) report.probes.push_back({probe.path, probe.exists});
       report.counts = countsOf(converter_.tables());
       // Only the page wants pictures: a run without one renders nothing.
-      if (thumbnails_ && report.status == "converted") report.thumbnail = thumbnails_->submit(converter_.tables(), input);
+      if (thumbnails_ && report.status == "converted")
+        report.thumbnail = thumbnails_->submit(converter_.tables(), input);
       converter_.Reset();
     }
     report.seconds = std::chrono::duration<double>(Clock::now() - start).count();

@@ -63,7 +63,8 @@ CDmAttribute& CDmElement::appendAttribute(std::string name, DmType type) {
 }
 
 bool CDmElement::removeAttribute(std::string_view name) {
-  auto it = std::find_if(attributes_.begin(), attributes_.end(), [&](const CDmAttribute* a) { return a->name() == name; });
+  auto it = std::find_if(attributes_.begin(), attributes_.end(),
+                         [&](const CDmAttribute* a) { return a->name() == name; });
   if (it == attributes_.end()) return false;
   // The tree keeps the attribute itself until it is cleared; its value goes now.
   (*it)->reset(DmType::Unknown);

@@ -28,7 +28,9 @@ class DmPool {
   }
 
   size_t size() const { return size_; }
-  T& operator[](size_t index) { return *std::launder(reinterpret_cast<T*>(chunks_[index / kChunk][index % kChunk].bytes)); }
+  T& operator[](size_t index) {
+    return *std::launder(reinterpret_cast<T*>(chunks_[index / kChunk][index % kChunk].bytes));
+  }
   const T& operator[](size_t index) const { return const_cast<DmPool&>(*this)[index]; }
 
   // Destroys every object, newest first; the chunks stay for the next objects.

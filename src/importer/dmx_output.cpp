@@ -14,7 +14,8 @@ Status saveDmxFile(Output& output, std::string_view path, const dmx::CDmElement&
   buffer.clear();
   bool saved = dmx::serializeDmx(root, buffer, dmx::kConverterEncoding, dmx::kConverterFormat,
                                  dmx::kConverterFormatVersion);
-  Status written = saved ? output.write(path, buffer.bytes()) : Status(Error{"the element tree could not be serialized"});
+  Status written =
+      saved ? output.write(path, buffer.bytes()) : Status(Error{"the element tree could not be serialized"});
   if (buffer.capacity() > kKeptBufferBytes) buffer.release();
   return written;
 }

@@ -194,13 +194,15 @@ class TargetGatherer {
     for (auto [k, f] : source.records) {
       const legacy::Mesh& mesh = model_.meshes[k];
       const legacy::MeshFlex& flex = mesh.flexes[f];
+      bool stereo = flex.partner >= 0;
       target.window = flex.window;
-      target.stereo = target.stereo || flex.partner >= 0;
+      target.stereo = target.stereo || stereo;
       target.wrinkle = target.wrinkle || flex.wrinkle;
       int64_t base = int64_t(mesh.vertexOffset) + model_.vertexIndex / 48;
-      bool stereo = flex.partner >= 0;
       if (stereo && part_.balance.empty()) part_.balance.assign(part_.vertices.size(), -1.0f);
-      flex.deltas.forEach([&](const legacy::VertexDelta& delta) { addDelta(target, delta, base + delta.vertex, id, stereo); });
+      flex.deltas.forEach([&](const legacy::VertexDelta& delta) {
+        addDelta(target, delta, base + delta.vertex, id, stereo);
+      });
     }
     return target;
   }

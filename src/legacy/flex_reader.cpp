@@ -204,7 +204,8 @@ class MeshFlexReader {
     if (!anims || anims->count == 0) return;
     const uint8_t* records = r_.file().sub(anims->start, anims->count * stride)->data();
     size_t usable = 0;
-    for (size_t k = 0; k < anims->count; ++k) usable += VertexAnimations::namesVertexBelow(records + k * stride, vertexCount_);
+    for (size_t k = 0; k < anims->count; ++k)
+      usable += VertexAnimations::namesVertexBelow(records + k * stride, vertexCount_);
     out.deltas = VertexAnimations(records, anims->count, out.wrinkle, vertexCount_, usable);
     if (usable < anims->count) {
       r_.note(format("%s at offset %zu: %zu of its %zu vertex animations name vertices past the mesh's %d; they "

@@ -266,7 +266,9 @@ TEST(ReportPage, APictureThatCannotBeWrittenIsLeftOutOfItsRowWithAWarning) {
     if (m.status != "converted") continue;
     ++converted;
     EXPECT_TRUE(m.thumbnail.empty()) << m.input;
-    EXPECT_EQ(std::count(m.warnings.begin(), m.warnings.end(), "Unable to write the thumbnail of " + m.input + "\n"), 1)
+    EXPECT_EQ(std::count(m.warnings.begin(), m.warnings.end(),
+                         "Unable to write the thumbnail of " + m.input + "\n"),
+              1)
         << m.input;
   }
   EXPECT_EQ(converted, 10u);
