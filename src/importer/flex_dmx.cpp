@@ -5,18 +5,19 @@
 namespace zv {
 namespace {
 
+// The arrays move into the tree: a face's deltas run to tens of megabytes.
 template <class T>
-void addField(dmx::CDmElement& delta, const std::string& field, const std::vector<T>& values,
-              const std::vector<int32_t>& indices) {
+void addField(dmx::CDmElement& delta, const std::string& field, std::vector<T>& values,
+              std::vector<int32_t>& indices) {
   if constexpr (std::is_same_v<T, float>) {
-    delta.floatArray(field) = values;
+    delta.floatArray(field) = std::move(values);
   } else {
-    delta.vector3Array(field) = values;
+    delta.vector3Array(field) = std::move(values);
   }
-  delta.intArray(field + "Indices") = indices;
+  delta.intArray(field + "Indices") = std::move(indices);
 }
 
-dmx::CDmElement* deltaState(dmx::DmElementTree& tree, const MorphTarget& target) {
+dmx::CDmElement* deltaState(dmx::DmElementTree& tree, MorphTarget& target) {
   dmx::CDmElement* delta = tree.create("DmeVertexDeltaData", target.name);
   std::vector<std::string> format{"position$0", "normal$0"};
   if (target.wrinkle) format.push_back("wrinkle$0");
@@ -74,12 +75,13 @@ void addOperator(dmx::DmElementTree& tree, dmx::CDmElement& root, dmx::CDmElemen
 }  // namespace
 
 void addMorphTargetElements(dmx::DmElementTree& tree, dmx::CDmElement& root, dmx::CDmElement& mesh,
-                            const MeshPart& part, const FlexModel& flexes) {
+                            MeshPart& part, const FlexModel& flexes) {
   if (part.morphTargets.empty()) return;
   std::vector<dmx::CDmElement*>& deltas = mesh.addElementArray("deltaStates");
-  for (const MorphTarget& target : part.morphTargets) deltas.push_back(deltaState(tree, target));
+  for (MorphTarget& target : part.morphTargets) deltas.push_back(deltaState(tree, target));
   mesh.vector2Array("deltaStateWeights").assign(part.morphTargets.size(), Vector2{});
   mesh.vector2Array("deltaStateWeightsLagged").assign(part.morphTargets.size(), Vector2{});
+  // The selection reads the targets' names and descriptors, which stay.
   addOperator(tree, root, mesh, selectPartFlexes(part, flexes));
 }
 

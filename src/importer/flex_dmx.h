@@ -9,8 +9,9 @@
 namespace zv {
 
 // Adds one delta state per morph target of the part to mesh, and to root the combination
-// operator over mesh. Nothing for a part without morph targets.
+// operator over mesh. Nothing for a part without morph targets. The targets' delta and
+// index arrays move into the tree and are left empty; their names and windows stay.
 void addMorphTargetElements(dmx::DmElementTree& tree, dmx::CDmElement& root, dmx::CDmElement& mesh,
-                            const MeshPart& part, const FlexModel& flexes);
+                            MeshPart& part, const FlexModel& flexes);
 
 }  // namespace zv

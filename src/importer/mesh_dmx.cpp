@@ -104,7 +104,7 @@ dmx::CDmElement* addFaceSet(dmx::DmElementTree& tree, const FaceSet& faces, cons
 
 }  // namespace
 
-dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& part,
+dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, MeshPart& part,
                                    const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials,
                                    const FlexModel& flexes) {
   dmx::CDmElement* root = tree.create("DmElement", "root");

@@ -16,8 +16,9 @@ namespace zv {
 // maps a corner to its gathered vertex. Face sets name their material slot's mesh name
 // (its path, or the placeholder of an unresolved slot); a slot the model does not have
 // gets a "missing_material" name. A part with morph targets carries them on its mesh,
-// with the combination operator that drives them on the root.
-dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, const MeshPart& part,
+// with the combination operator that drives them on the root; their delta arrays move
+// into the tree, as the part file is their only use.
+dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, MeshPart& part,
                                    const std::vector<SkeletonBone>& skeleton, const MaterialSlots& materials,
                                    const FlexModel& flexes);
 

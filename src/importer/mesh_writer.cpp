@@ -11,7 +11,7 @@ namespace zv {
 bool C_ZV_MDL_Import::WriteMeshes() {
   if (!model_) return false;
   int32_t texcoordSets = 1;
-  for (const MeshPart& part : tables_.meshParts) {
+  for (MeshPart& part : tables_.meshParts) {
     std::string file = path::toForwardSlashes(path::join(paths_.meshFolder, part.name + ".dmx"));
     dmx::DmElementTree tree;
     const dmx::CDmElement* root = buildMeshPartTree(tree, part, tables_.skeleton, tables_.materials, tables_.flexes);

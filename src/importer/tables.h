@@ -57,6 +57,7 @@ struct FaceSet {
 // One morph target of a part: the deltas of one flex descriptor inside one weight window,
 // merged over the part's meshes. Each field lists only its non-zero deltas, by the part's
 // vertex number; a vertex appears at most once per field.
+// The part file's writer takes the arrays.
 struct MorphTarget {
   std::string name;  // unique within the part
   int32_t descriptor = 0;
