@@ -10,7 +10,8 @@ namespace zv {
 
 // Adds one delta state per morph target of the part to mesh, and to root the combination
 // operator over mesh. Nothing for a part without morph targets. The targets' delta and
-// index arrays move into the tree and are left empty; their names and windows stay.
+// index arrays move into the tree and must not be read again; their names, windows and
+// descriptors stay.
 void addMorphTargetElements(dmx::DmElementTree& tree, dmx::CDmElement& root, dmx::CDmElement& mesh,
                             MeshPart& part, const FlexModel& flexes);
 
