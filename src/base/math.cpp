@@ -4,17 +4,7 @@
 
 namespace zv {
 
-Vector3 operator+(const Vector3& a, const Vector3& b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
-Vector3 operator-(const Vector3& a, const Vector3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
-Vector3 operator*(const Vector3& a, float s) { return {a.x * s, a.y * s, a.z * s}; }
-float dot(const Vector3& a, const Vector3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
-Vector3 cross(const Vector3& a, const Vector3& b) {
-  return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-}
 float length(const Vector3& v) { return std::sqrt(dot(v, v)); }
-
-QAngle toQAngle(const RadianEuler& r) { return {r.y * kRadToDeg, r.z * kRadToDeg, r.x * kRadToDeg}; }
-RadianEuler toRadianEuler(const QAngle& a) { return {a.roll * kDegToRad, a.pitch * kDegToRad, a.yaw * kDegToRad}; }
 
 Matrix3x4 angleMatrix(const QAngle& angles) {
   // The angles in radians as floats, their sines and cosines in double: the float versions

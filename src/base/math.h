@@ -55,15 +55,20 @@ struct Matrix3x4 {
 inline constexpr float kRadToDeg = 57.295776f;
 inline constexpr float kDegToRad = 0.017453292f;
 
-Vector3 operator+(const Vector3& a, const Vector3& b);
-Vector3 operator-(const Vector3& a, const Vector3& b);
-Vector3 operator*(const Vector3& a, float s);
-float dot(const Vector3& a, const Vector3& b);
-Vector3 cross(const Vector3& a, const Vector3& b);
+// Inline: the animation path calls these for every key.
+inline Vector3 operator+(const Vector3& a, const Vector3& b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+inline Vector3 operator-(const Vector3& a, const Vector3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+inline Vector3 operator*(const Vector3& a, float s) { return {a.x * s, a.y * s, a.z * s}; }
+inline float dot(const Vector3& a, const Vector3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+inline Vector3 cross(const Vector3& a, const Vector3& b) {
+  return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
 float length(const Vector3& v);
 
-QAngle toQAngle(const RadianEuler& r);
-RadianEuler toRadianEuler(const QAngle& a);
+inline QAngle toQAngle(const RadianEuler& r) { return {r.y * kRadToDeg, r.z * kRadToDeg, r.x * kRadToDeg}; }
+inline RadianEuler toRadianEuler(const QAngle& a) {
+  return {a.roll * kDegToRad, a.pitch * kDegToRad, a.yaw * kDegToRad};
+}
 
 Matrix3x4 angleMatrix(const QAngle& angles);
 Matrix3x4 angleMatrix(const QAngle& angles, const Vector3& position);

@@ -50,15 +50,9 @@ void DmOutputBuffer::release() {
   capacity_ = 0;
 }
 
-void DmOutputBuffer::put(const void* data, size_t size) {
+void DmOutputBuffer::putSlow(const void* data, size_t size) {
   if (size == 0) return;
   if (uint8_t* out = grow(size)) std::memcpy(out, data, size);
-}
-
-void DmOutputBuffer::putI32(int32_t value) {
-  uint8_t bytes[4];
-  for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(static_cast<uint32_t>(value) >> (8 * i));
-  put(bytes, 4);
 }
 
 void DmOutputBuffer::putCString(std::string_view text) {

@@ -5,6 +5,7 @@
 // writer saving file after file neither allocates nor faults in fresh pages for each.
 
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <span>
@@ -24,7 +25,15 @@ class DmOutputBuffer {
   bool hasError() const { return error_; }
   void setError() { error_ = true; }
 
-  void put(const void* data, size_t size);
+  // Inline while the room lasts: a body is millions of small writes.
+  void put(const void* data, size_t size) {
+    if (!error_ && size <= capacity_ - size_) {
+      if (size != 0) std::memcpy(data_.get() + size_, data, size);
+      size_ += size;
+      return;
+    }
+    putSlow(data, size);
+  }
   // Reserves room for size more bytes, to be written through the returned pointer;
   // nullptr once the buffer is in error.
   uint8_t* grow(size_t size);
@@ -32,7 +41,12 @@ class DmOutputBuffer {
   // only a hint, never an error.
   void reserve(size_t size);
   void putByte(uint8_t value) { put(&value, 1); }
-  void putI32(int32_t value);
+  // Little-endian whatever the host.
+  void putI32(int32_t value) {
+    uint8_t bytes[4];
+    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(static_cast<uint32_t>(value) >> (8 * i));
+    put(bytes, 4);
+  }
   // The text up to its first NUL, then a NUL.
   void putCString(std::string_view text);
 
@@ -47,6 +61,8 @@ class DmOutputBuffer {
   void release();
 
  private:
+  // put once the room is used up, or in the error state.
+  void putSlow(const void* data, size_t size);
   // Makes room for at least `wanted` bytes in all; false when that cannot be had.
   bool makeRoom(size_t wanted);
 
