@@ -6,6 +6,7 @@
 #include <limits>
 #include <unordered_map>
 
+#include "base/hash.h"
 #include "base/log.h"
 #include "base/strings.h"
 #include "dmx/dm_encoding.h"
@@ -35,7 +36,7 @@ class StringTable {
   // at least half of them are empty, so the probe ends.
   size_t slotOf(std::string_view text) const {
     size_t mask = slots_.size() - 1;
-    for (size_t at = std::hash<std::string_view>{}(text) & mask;; at = (at + 1) & mask) {
+    for (size_t at = tableHash(text) & mask;; at = (at + 1) & mask) {
       size_t slot = slots_[at];
       if (slot == 0 || strings_[slot - 1] == text) return at;
     }
