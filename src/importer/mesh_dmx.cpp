@@ -63,6 +63,14 @@ VertexFields addVertexFields(dmx::CDmElement& data, bool twoSets, bool balance) 
 
 void fillVertices(VertexFields& f, const MeshPart& part) {
   if (f.balance) *f.balance = part.balance;
+  size_t count = part.vertices.size();
+  f.positions->reserve(count);
+  f.normals->reserve(count);
+  f.texcoords0->reserve(count);
+  f.tangents->reserve(count);
+  if (f.texcoords1) f.texcoords1->reserve(count);
+  f.weights->reserve(kJointCount * count);
+  f.joints->reserve(kJointCount * count);
   for (const GatheredVertex& v : part.vertices) {
     f.positions->push_back(v.position);
     f.normals->push_back(v.normal);
@@ -82,9 +90,10 @@ std::string materialName(const MaterialSlots& materials, int32_t slot) {
   return format("materials\\missing_material_%d.qmat", slot);
 }
 
-// One face set per strip group; corners continue from `corner`, which is advanced.
+// One face set per strip group; corners continue from `corner`, which is advanced, and
+// their vertices go on `cornerVertices`.
 dmx::CDmElement* addFaceSet(dmx::DmElementTree& tree, const FaceSet& faces, const MaterialSlots& materials,
-                            int32_t& corner, VertexFields& fields) {
+                            int32_t& corner, std::vector<int32_t>& cornerVertices) {
   dmx::CDmElement* faceSet = tree.create("DmeFaceSet", "faceSet");
   std::string material = materialName(materials, faces.material);
   dmx::CDmElement* element = faceSet->addElement("material", "DmeMaterial", material);
@@ -95,7 +104,7 @@ dmx::CDmElement* addFaceSet(dmx::DmElementTree& tree, const FaceSet& faces, cons
   for (size_t t = 0; t < triangles; ++t) {
     for (size_t k = 0; k < 3; ++k) {
       list.push_back(corner++);
-      for (std::vector<int32_t>* indices : fields.indexLists) indices->push_back(faces.indices[3 * t + k]);
+      cornerVertices.push_back(faces.indices[3 * t + k]);
     }
     list.push_back(-1);
   }
@@ -124,9 +133,15 @@ dmx::CDmElement* buildMeshPartTree(dmx::DmElementTree& tree, MeshPart& part,
 
   VertexFields fields = addVertexFields(*bind, part.texcoordSets == 2, !part.balance.empty());
   fillVertices(fields, part);
+  // Every field has its own index list, and all of them are the corners' vertices.
+  std::vector<int32_t>& cornerVertices = *fields.indexLists.front();
+  size_t corners = 0;
+  for (const FaceSet& faces : part.faceSets) corners += faces.indices.size() / 3 * 3;
+  cornerVertices.reserve(corners);
   int32_t corner = 0;
   for (const FaceSet& faces : part.faceSets)
-    faceSets.push_back(addFaceSet(tree, faces, materials, corner, fields));
+    faceSets.push_back(addFaceSet(tree, faces, materials, corner, cornerVertices));
+  for (size_t k = 1; k < fields.indexLists.size(); ++k) *fields.indexLists[k] = cornerVertices;
   addMorphTargetElements(tree, *root, *mesh, part, flexes);
   return root;
 }
