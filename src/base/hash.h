@@ -33,7 +33,7 @@ constexpr uint32_t nameHash(std::string_view text) {
 }
 
 // For in-memory tables only (it differs between byte orders, so it is never written):
-// eight bytes a step, every byte and the length reach every bit of the result.
+// eight bytes a step; every byte, and the length's low byte, reach every bit of the result.
 inline uint64_t tableHash(std::string_view text) {
   auto mix = [](uint64_t h) {
     h *= 0x9e3779b97f4a7c15ull;
