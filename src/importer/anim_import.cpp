@@ -143,7 +143,9 @@ bool C_ZV_MDL_Import::ExtractLocalAnims(size_t index) {
 
 // Names are unique within the model, and so are the file names they give (ignoring case).
 std::string C_ZV_MDL_Import::uniqueAnimationName(const std::string& wanted) {
-  auto fileNameOf = [](const std::string& name) { return toLower(replaceAll(name, "@", "_")); };
+  // Names are told apart by the file each is written to, which may differ from the name
+  // in more than "@".
+  auto fileNameOf = [](const std::string& name) { return toLower(portableFileName(replaceAll(name, "@", "_") + ".dmx")); };
   std::string name = wanted;
   for (int n = 2; animationFileNames_.count(fileNameOf(name)) != 0; ++n) name = format("%s_%d", wanted.c_str(), n);
   animationFileNames_.insert(fileNameOf(name));

@@ -56,7 +56,7 @@ const char* unportableComponent(std::string_view component) {
 
 }  // namespace
 
-std::string safeFileName(std::string_view name) {
+std::string portableFileName(std::string_view name) {
   std::string safe(name);
   for (char& c : safe) {
     if (unsafeCharacter(c)) c = '_';
@@ -64,6 +64,11 @@ std::string safeFileName(std::string_view name) {
   for (size_t i = safe.size(); i > 0 && trailingDotOrSpace(safe[i - 1]); --i) safe[i - 1] = '_';
   if (safe.empty()) safe.assign(1, '_');
   if (reservedDeviceName(safe)) safe = "_" + safe;
+  return safe;
+}
+
+std::string safeFileName(std::string_view name) {
+  std::string safe = portableFileName(name);
   if (safe != name) {
     mainLog().log(Severity::Warning, "Name \"%.*s\" from the model cannot be used as a file name; using \"%s\"\n",
                   int(name.size()), name.data(), safe.c_str());
@@ -92,6 +97,7 @@ void Output::ensureFolder(const stdfs::path& folder) {
 }
 
 void Output::beginModel() {
+  std::lock_guard lock(mutex_);
   claimed_.clear();
   written_.clear();
 }
@@ -110,13 +116,23 @@ Result<std::string> Output::checkedPath(std::string_view path) const {
 }
 
 Status Output::write(std::string_view path, std::span<const uint8_t> bytes) {
+  std::vector<WrittenFile> one;
+  Status written = write(path, bytes, one);
+  addWritten(one);
+  return written;
+}
+
+Status Output::write(std::string_view path, std::span<const uint8_t> bytes, std::vector<WrittenFile>& into) {
   auto target = checkedPath(path);
   if (!target) return target.error();
-  if (!claimed_.insert(*target).second) {
-    return Error{format("%s was already written for this model; the second write is refused", target->c_str())};
-  }
   stdfs::path file = native::toPath(*target);
-  ensureFolder(file.parent_path());
+  {
+    std::lock_guard lock(mutex_);
+    if (!claimed_.insert(*target).second) {
+      return Error{format("%s was already written for this model; the second write is refused", target->c_str())};
+    }
+    ensureFolder(file.parent_path());
+  }
   scm::ScopedSourceControlWrite guard(sourceControl_, *target);
   Status written = fs::writeFileAtomic(file, bytes);
   if (!written) {
@@ -124,14 +140,20 @@ Status Output::write(std::string_view path, std::span<const uint8_t> bytes) {
     return written;
   }
   if (folderChanged_) folderChanged_(native::genericFromPath(file.parent_path()));
-  written_.push_back({*target, bytes.size()});
+  into.push_back({*target, bytes.size()});
   return Status::success();
+}
+
+void Output::addWritten(const std::vector<WrittenFile>& files) {
+  std::lock_guard lock(mutex_);
+  written_.insert(written_.end(), files.begin(), files.end());
 }
 
 Status Output::createFolder(std::string_view path) {
   std::string full = absolute(path);
   auto folder = full == root_ ? Result<std::string>(full) : checkedPath(path);
   if (!folder) return folder.error();
+  std::lock_guard lock(mutex_);
   ensureFolder(native::toPath(*folder));
   if (folders_.count(*folder) == 0) return Error{format("cannot create the folder %s", folder->c_str())};
   return Status::success();

@@ -3,11 +3,12 @@
 // root, goes to a temporary file that is renamed over the target, and is registered with
 // source control (state query, edit before the write, add after it). Within one model a
 // path is written once: a second write to it is refused loudly instead of silently
-// replacing the first.
+// replacing the first. Several threads may write for one model at once.
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <mutex>
 #include <set>
 #include <span>
 #include <string>
@@ -39,6 +40,11 @@ class Output {
 
   // Writes a whole file. Missing folders below the root are created.
   Status write(std::string_view path, std::span<const uint8_t> bytes);
+  // The same, for writers running at once: the file is listed in `into`, not in
+  // written(), and the caller hands the lists over with addWritten in an order that does
+  // not depend on which writer finished first.
+  Status write(std::string_view path, std::span<const uint8_t> bytes, std::vector<WrittenFile>& into);
+  void addWritten(const std::vector<WrittenFile>& files);
   Status writeText(std::string_view path, std::string_view text);
   // Creates a folder and its missing parents, inside the output root only.
   Status createFolder(std::string_view path);
@@ -62,6 +68,7 @@ class Output {
   std::string root_;
   std::filesystem::path currentDirectory_;
   scm::SourceControl* sourceControl_;
+  std::mutex mutex_;  // over the claimed paths, the folders made and the written files
   std::set<std::string> claimed_;
   std::set<std::string> folders_;
   std::vector<WrittenFile> written_;
@@ -70,7 +77,9 @@ class Output {
 
 // A name taken from file contents, made usable as a single file-name component:
 // separators, drive colons, wildcard and control characters become "_", and names that
-// are empty or all dots are replaced. When the name changes, a message says so.
+// are empty or all dots are replaced.
+std::string portableFileName(std::string_view name);
+// portableFileName, with a message when the name changes.
 std::string safeFileName(std::string_view name);
 
 }  // namespace zv

@@ -130,16 +130,23 @@ TEST(AnimationRecords, ABrokenIncludeIsReportedAndTheRestConverts) {
   EXPECT_TRUE(run.converter.Convert());
 }
 
-TEST(AnimationRecords, NamesThatWouldMeetGetASuffix) {
+TEST(AnimationRecords, NamesThatWouldMeetGetASuffixAlsoWhenOnlyTheirFileNamesWould) {
   mdlforge::Description main = animatedCrate();
-  main.animations = {animation("shared_walk")};
+  // "shared:run" is a name of its own, but its file name is the included "shared_run"'s.
+  main.animations = {animation("shared_walk"), animation("shared:run")};
   main.includes = {{"", "models/anims/shared.mdl"}};
   AnimationRun run(main);
   run.include(animationSet("models/anims/shared.mdl", {}), "models/anims", "shared");
   ASSERT_TRUE(run.converter.LoadMDL());
   run.converter.ExtractAnims();
-  EXPECT_EQ(run.recordNames(),
-            (Names{"shared_walk_0 shared_walk_0.dmx", "shared_walk_0_2 shared_walk_0_2.dmx", "shared_run_1 shared_run_1.dmx"}));
+  EXPECT_EQ(run.recordNames(), (Names{"shared_walk_0 shared_walk_0.dmx", "shared:run_1 shared:run_1.dmx",
+                                      "shared_walk_0_2 shared_walk_0_2.dmx", "shared_run_1_2 shared_run_1_2.dmx"}));
+  // Both are written, each to a file of its own.
+  LogCapture log;
+  ASSERT_TRUE(run.converter.Convert());
+  EXPECT_EQ(log.count("already written"), 0u) << log.text();
+  EXPECT_TRUE(std::filesystem::exists(run.out("crate_refs/anim/shared_run_1.dmx")));
+  EXPECT_TRUE(std::filesystem::exists(run.out("crate_refs/anim/shared_run_1_2.dmx")));
 }
 
 TEST(Sequences, GridsEventsLayersKeyValuesAndWeightLists) {
