@@ -49,7 +49,7 @@ asan:
 	ctest --test-dir build-asan --output-on-failure -j $(JOBS)
 
 # The tests that run threads: parallel conversions, the log's thread sinks, shared archives.
-TSAN_TESTS := Batch|Logging|QpkArchiveTest|ReportPage\.A
+TSAN_TESTS := Batch|Logging|SharedWork|QpkArchiveTest|ReportPage\.A
 tsan:
 	cmake --preset tsan
 	cmake --build build-tsan -j $(JOBS) --target app_tests base_tests qpk_tests zv_mdl_import
