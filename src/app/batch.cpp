@@ -15,6 +15,7 @@
 #include "base/log.h"
 #include "base/native_path.h"
 #include "base/path.h"
+#include "base/shared_work.h"
 #include "base/strings.h"
 #include "importer/converter.h"
 #include "importer/qmdl_paths.h"
@@ -25,13 +26,6 @@ namespace {
 
 namespace stdfs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-
-// What one model said, kept until it is printed.
-class ModelLog : public LogSink {
- public:
-  void write(const LogRecord& record) override { records.push_back(record); }
-  std::vector<LogRecord> records;
-};
 
 struct Finished {
   ModelReport report;
@@ -75,7 +69,8 @@ bool upToDate(const ModelReport& previous, const std::string& settings, const fs
 class Worker {
  public:
   Worker(const RunOptions& options, const fs::FileSystem& fileSystem, scm::SourceControl* sourceControl,
-         ParticleResolver& particles, const PreviousReports& previous, ThumbnailPainter* thumbnails)
+         ParticleResolver& particles, const PreviousReports& previous, ThumbnailPainter* thumbnails,
+         SharedWork& sharing)
       : options_(options),
         fileSystem_(fileSystem),
         previous_(previous),
@@ -83,10 +78,11 @@ class Worker {
         converter_(fileSystem, output_, &particles),
         thumbnails_(thumbnails) {
     output_.onWrite([&fileSystem](const std::string& folder) { fileSystem.folderChanged(folder); });
+    converter_.shareWorkWith(&sharing);
   }
 
   Finished run(size_t model) {
-    ModelLog log;
+    LogBuffer log;  // what the model said, kept until it is printed
     ModelReport report;
     {
       ScopedThreadLogSink capture(log);
@@ -228,17 +224,22 @@ std::vector<ModelReport> convertModels(const RunOptions& options, const fs::File
   std::optional<ThumbnailPainter> thumbnails;
   if (settings.page) thumbnails.emplace(*settings.page, (size_t(std::max(settings.jobs, 1)) + 1) / 2);
 
+  // Every thread of the run, also when there are fewer models: one that has none left
+  // helps write the animation files of the models still being converted.
+  size_t threads = std::max(1, settings.jobs);
+  SharedWork sharing(threads);
   // Workers take models in input order, so that the printer rarely waits long.
   auto work = [&] {
-    Worker worker(options, fileSystem, sourceControl, particles, previous, thumbnails ? &*thumbnails : nullptr);
+    Worker worker(options, fileSystem, sourceControl, particles, previous, thumbnails ? &*thumbnails : nullptr,
+                  sharing);
     for (size_t i = next++; i < count; i = next++) {
       Finished done = worker.run(settings.models[i]);
       std::lock_guard lock(mutex);
       finished[i] = std::move(done);
       ready.notify_all();
     }
+    sharing.helpUntilAllDone();
   };
-  size_t threads = std::max<size_t>(1, std::min<size_t>(size_t(settings.jobs), count));
   std::vector<std::thread> workers;
   for (size_t t = 0; t < threads; ++t) workers.emplace_back(work);
 

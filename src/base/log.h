@@ -108,6 +108,13 @@ class ScopedThreadLogSink {
 // Says the records again, in order, to the sink of the calling thread (or the run's).
 void replayLog(const std::vector<LogRecord>& records);
 
+// Keeps what is said to it until it is printed, e.g. with replayLog.
+class LogBuffer : public LogSink {
+ public:
+  void write(const LogRecord& record) override { records.push_back(record); }
+  std::vector<LogRecord> records;
+};
+
 // Collects every record; for tests and for callers that want the text.
 class LogCapture : public LogSink {
  public:

@@ -25,6 +25,14 @@ struct LocalSample {
 }  // namespace
 
 bool C_ZV_MDL_Import::WriteAnimation(size_t index) {
+  std::vector<WrittenFile> written;
+  bool saved = writeAnimationFile(index, scratch_, written);
+  output_.addWritten(written);
+  return saved;
+}
+
+bool C_ZV_MDL_Import::writeAnimationFile(size_t index, AnimationScratch& scratch,
+                                         std::vector<WrittenFile>& written) const {
   const AnimExportRecord& record = tables_.animations[index];
   SourceModel model = source(record.sourceModel);
   const legacy::AnimDesc& anim = model.mdl.animations[record.sourceAnimation];
@@ -40,9 +48,9 @@ bool C_ZV_MDL_Import::WriteAnimation(size_t index) {
   // With -YupToZup the skeleton's roots are turned like the bind pose.
   Matrix3x4 turn = settings_.yUpToZUp ? yUpToZUpMatrix() : Matrix3x4::identity();
 
-  // The tree is the converter's, kept from file to file; what this file put in it goes
-  // when the file is saved, its room stays.
-  dmx::DmElementTree& tree = animationTree_;
+  // The tree is the thread's, kept from file to file; what this file put in it goes when
+  // the file is saved, its room stays.
+  dmx::DmElementTree& tree = scratch.tree;
   tree.clear();
   AnimationTreeBuilder builder(tree, record, settings_.baseName, skeleton,
                                relativeToBaseFolder(paths_.document, settings_.outputRoot));
@@ -78,7 +86,7 @@ bool C_ZV_MDL_Import::WriteAnimation(size_t index) {
   if (decoder.fault().any()) warning("%s\n", decoder.fault().message().c_str());
 
   std::string file = record.outputFolder + "/" + safeFileName(record.fileName);
-  Status saved = saveDmxFile(output_, file, builder.root(), saveBuffer_);
+  Status saved = saveDmxFile(output_, file, builder.root(), scratch.buffer, written);
   tree.clear();
   if (!saved) {
     warning("Unable to save %s: %s\n", file.c_str(), saved.message().c_str());

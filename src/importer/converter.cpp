@@ -70,16 +70,42 @@ bool C_ZV_MDL_Import::Convert() {
   for (const std::string& folder : {settings_.outputFolder, paths_.meshFolder, paths_.physFolder}) {
     if (Status made = output_.createFolder(folder); !made) warning("%s\n", made.message().c_str());
   }
-  if (!isStatic_) {
-    writeAnimationsWithProgress(tables_.animations.size(), tables_.ownAnimationCount, settings_.skipCommonDmxWrite,
-                                [this](size_t i) { WriteAnimation(i); });
-  }
+  if (!isStatic_) WriteAnimations();
   WriteMeshes();
   WritePhysics();
   WriteQmdl(isStatic_);
   WriteRefs();
   if (settings_.writeWeaponAnimPrefab) WritePrefab();
   return true;
+}
+
+void C_ZV_MDL_Import::WriteAnimations() {
+  size_t count = animationsToWrite(tables_.animations.size(), tables_.ownAnimationCount, settings_.skipCommonDmxWrite);
+  // Per file, what it said and what it wrote: handed on in file order, whichever thread
+  // finished first.
+  std::vector<std::vector<LogRecord>> said(count);
+  std::vector<std::vector<WrittenFile>> written(count);
+  size_t slots = sharing_ ? sharing_->width() : 1;
+  // Slot 0 is this thread's own scratch; a helper's is made when it first takes a file.
+  std::vector<std::unique_ptr<AnimationScratch>> helperScratch(slots);
+  auto writeOne = [&](size_t index, size_t slot) {
+    AnimationScratch* scratch = &scratch_;
+    if (slot > 0) {
+      if (!helperScratch[slot]) helperScratch[slot] = std::make_unique<AnimationScratch>();
+      scratch = helperScratch[slot].get();
+    }
+    LogBuffer log;  // what the file said, kept until the files before it have printed
+    ScopedThreadLogSink capture(log);
+    writeAnimationFile(index, *scratch, written[index]);
+    said[index] = std::move(log.records);
+  };
+  if (sharing_) {
+    sharing_->run(count, writeOne);
+  } else {
+    for (size_t i = 0; i < count; ++i) writeOne(i, 0);
+  }
+  printAnimationProgress(tables_.animations.size(), said);
+  for (const std::vector<WrittenFile>& files : written) output_.addWritten(files);
 }
 
 bool C_ZV_MDL_Import::WriteRefs() {

@@ -11,6 +11,7 @@
 #include <unordered_set>
 
 #include "base/hash.h"
+#include "base/shared_work.h"
 #include "dmx/dm_buffer.h"
 #include "dmx/dm_element.h"
 #include "fs/file_system.h"
@@ -39,6 +40,12 @@ struct ModelSettings : ConversionOptions {
   bool fingerprintInputs = false;
 };
 
+// Where one thread builds an animation file's tree and saves it: kept from file to file.
+struct AnimationScratch {
+  dmx::DmElementTree tree;
+  dmx::DmOutputBuffer buffer;
+};
+
 class C_ZV_MDL_Import {
  public:
   // particles: the run's particle name table, shared by every model of the run; without
@@ -46,6 +53,9 @@ class C_ZV_MDL_Import {
   C_ZV_MDL_Import(const fs::FileSystem& fileSystem, Output& output, ParticleResolver* particles = nullptr);
 
   void Setup(const RunOptions& options, size_t index);
+  // Threads of a batch that may help write this converter's animation files once they
+  // have no model of their own left; without, one thread writes them all.
+  void shareWorkWith(SharedWork* sharing) { sharing_ = sharing; }
   // The per-model pipeline; false only when the legacy files fail to load.
   bool Convert();
   void Reset();
@@ -58,6 +68,9 @@ class C_ZV_MDL_Import {
   // included model) into the converter's records.
   bool ExtractLocalAnims(size_t source);
   bool ExtractMeshes();
+  // Every animation file, on this thread and on the threads sharing the work.
+  void WriteAnimations();
+  // One animation file, on this thread.
   bool WriteAnimation(size_t index);
   bool WriteMeshes();
   bool WritePhysics();
@@ -99,6 +112,9 @@ class C_ZV_MDL_Import {
   // in a block reports it).
   std::optional<legacy::AnimBlockFile> readAnimBlockFile(const legacy::MdlFile& mdl, const std::string& mdlPath) const;
   std::vector<std::string> subModelNames() const;
+  // Reads only what earlier stages built, so that several threads can write files at once;
+  // the file is listed in `written`.
+  bool writeAnimationFile(size_t index, AnimationScratch& scratch, std::vector<WrittenFile>& written) const;
   // The bind pose from the loaded bones, with model-space transforms.
   void buildSkeleton();
   void indexAnimationNames();
@@ -153,10 +169,10 @@ class C_ZV_MDL_Import {
   bool isStatic_ = false;
   mutable std::vector<InputFile> inputsRead_;
   std::vector<MaterialProbe> materialProbes_;
-  // Where every DMX file is saved before it is written, and where animation files are
-  // built: kept from file to file and model to model.
-  dmx::DmOutputBuffer saveBuffer_;
-  dmx::DmElementTree animationTree_;
+  // Where this thread builds animation files and saves every DMX file before it is
+  // written: kept from file to file and model to model.
+  AnimationScratch scratch_;
+  SharedWork* sharing_ = nullptr;
 };
 
 }  // namespace zv

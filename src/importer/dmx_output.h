@@ -15,5 +15,8 @@ namespace zv {
 // the caller keeps one for file after file. A buffer grown past a size worth keeping is
 // given back afterwards, so one huge file does not hold its room for the rest of a run.
 Status saveDmxFile(Output& output, std::string_view path, const dmx::CDmElement& root, dmx::DmOutputBuffer& buffer);
+// The same for writers running at once: the file is listed in `written` (see Output).
+Status saveDmxFile(Output& output, std::string_view path, const dmx::CDmElement& root, dmx::DmOutputBuffer& buffer,
+                   std::vector<WrittenFile>& written);
 
 }  // namespace zv

@@ -16,7 +16,7 @@ bool C_ZV_MDL_Import::WriteMeshes() {
     dmx::DmElementTree tree;
     const dmx::CDmElement* root = buildMeshPartTree(tree, part, tables_.skeleton, tables_.materials, tables_.flexes);
     if (part.texcoordSets == 2) texcoordSets = 2;
-    if (Status saved = saveDmxFile(output_, file, *root, saveBuffer_); !saved) {
+    if (Status saved = saveDmxFile(output_, file, *root, scratch_.buffer); !saved) {
       warning("C_ZV_MDL_Import::WriteMeshes(2264): Unable to save %s: %s\n", file.c_str(),
               saved.message().c_str());
       return false;

@@ -145,7 +145,7 @@ bool C_ZV_MDL_Import::WritePhysics() {
   std::string file = paths_.physFolder + "/" + settings_.baseName + "_phy.dmx";
   dmx::DmElementTree tree;
   const dmx::CDmElement* root = buildPhysicsTree(tree, tables_.physicsSolids, tables_.skeleton);
-  if (Status saved = saveDmxFile(output_, file, *root, saveBuffer_); !saved) {
+  if (Status saved = saveDmxFile(output_, file, *root, scratch_.buffer); !saved) {
     warning("Unable to save %s\n", file.c_str());
     mainLog().log(Severity::Detail, "%s\n", saved.message().c_str());
     return false;

@@ -28,15 +28,17 @@ bool isStaticModel(const std::vector<std::string>& subModelNames, const std::vec
   });
 }
 
-void writeAnimationsWithProgress(size_t count, size_t ownCount, bool skipIncluded,
-                                 const std::function<void(size_t)>& write) {
+size_t animationsToWrite(size_t count, size_t ownCount, bool skipIncluded) {
+  return skipIncluded ? std::min(count, ownCount) : count;
+}
+
+void printAnimationProgress(size_t count, const std::vector<std::vector<LogRecord>>& said) {
   mainLog().log(Severity::Message, "Writing %d Animations:", int(count));
   size_t step = std::max<size_t>(1, count / 10);
   int mark = 0;
   for (size_t i = 0; i < count; ++i) {
     if (i % step == 0) mainLog().log(Severity::Message, "%d..", mark++);
-    if (skipIncluded && i >= ownCount) continue;
-    write(i);
+    if (i < said.size()) replayLog(said[i]);
   }
   mainLog().log(Severity::Message, "Done\n");
 }

@@ -1,13 +1,14 @@
 #pragma once
 // The pieces of the per-model pipeline that decide rather than convert: where a model's
-// outputs go, whether it is a static prop, and the animation-writing loop with its
-// progress marks.
+// outputs go, whether it is a static prop, which animations are written and how their
+// progress is printed.
 
 #include <cstddef>
-#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/log.h"
 
 namespace zv {
 
@@ -27,11 +28,14 @@ ModelPaths buildModelPaths(std::string_view outputFolder, std::string_view baseN
 // sequence (none counts as every) is an idle: base name "idle" or "@idle".
 bool isStaticModel(const std::vector<std::string>& subModelNames, const std::vector<std::string>& sequenceNames);
 
-// Writes animations 0..count-1 through write, printing "Writing %d Animations:", a "%d.."
-// mark every max(1, count / 10) animations and "Done\n". With skipIncluded, animations at
-// or past ownCount (those of included models) are not written.
-void writeAnimationsWithProgress(size_t count, size_t ownCount, bool skipIncluded,
-                                 const std::function<void(size_t)>& write);
+// How many of count animations are written, from the first: with skipIncluded, those
+// before ownCount (the included models' animations come last).
+size_t animationsToWrite(size_t count, size_t ownCount, bool skipIncluded);
+
+// Prints "Writing %d Animations:", a "%d.." mark every max(1, count / 10) animations and
+// "Done\n"; after each animation's mark, what writing it said (said[i], for the
+// animations written), so that files written at once print as if one after the other.
+void printAnimationProgress(size_t count, const std::vector<std::vector<LogRecord>>& said);
 
 // "importfilelist" text naming each material, ".qmat" turned back into ".qmt".
 std::string referenceListText(const std::vector<std::string>& materials);

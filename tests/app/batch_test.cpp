@@ -130,6 +130,68 @@ TEST(Batch, SeveralAtOnceGiveWhatOneAtATimeGives) {
   EXPECT_EQ(countOf(statuses(parsed), "converted"), 10u);
 }
 
+// One model of many animations and more threads than models: the idle threads write
+// some of its animation files, and files, console and report stay those of one thread.
+TEST(Batch, ThreadsWithoutAModelHelpWriteAnotherModelsAnimationsAndChangeNoByte) {
+  zv::testing::TempDir dir;
+  zv::testing::ScopedCurrentDir cwd{dir.path()};
+  zv::testing::ScopedEnv noMod{"QMOD", nullptr};
+  zv::testing::ScopedEnv noScm{"P4PORT", nullptr};
+  mdlforge::Description d = zv::testing::crateModel();
+  d.name = "models/hero.mdl";
+  for (int i = 0; i < 40; ++i) {
+    mdlforge::RleTrack root;
+    root.rawPosition = Vector3{float(i), 0, 1};
+    mdlforge::Animation anim;
+    // Every seventh name makes a file name warning, every eleventh animation's data does
+    // not decode: what each file says must print under its own progress mark.
+    anim.name = i % 7 == 3 ? format("run:%d", i) : format("anim%d", i);
+    anim.frames = 3 + i % 5;
+    if (i % 11 == 5) {
+      anim.data = std::vector<uint8_t>{0, 0x3f, 0xff, 0xff, 0xff, 0xff};
+    } else {
+      anim.tracks = mdlforge::AnimationTracks{{root}, std::nullopt};
+    }
+    d.animations.push_back(anim);
+    mdlforge::Sequence seq;
+    seq.name = anim.name;
+    seq.animations = {int16_t(i)};
+    d.sequences.push_back(seq);
+  }
+  zv::testing::writeFamily(zv::testing::buildFiles(d), dir.file("models"), "hero");
+  auto run = [&](const char* jobs, const char* report, std::string& console) {
+    LogCapture log;
+    EXPECT_EQ(runDriver({"-i", ".", "-o", "out", "-j", jobs, "-report", report, "models/hero.mdl"}), 0);
+    console = log.text();
+    Files files;
+    for (const auto& entry : stdfs::recursive_directory_iterator(dir.path() / "out")) {
+      if (entry.is_regular_file()) files[stdfs::relative(entry.path(), dir.path()).generic_string()] = zv::testing::readBytes(entry.path());
+    }
+    stdfs::remove_all(dir.path() / "out");
+    return files;
+  };
+  std::string console1, console3;
+  Files one = run("1", "one.json", console1);
+  Files three = run("3", "three.json", console3);
+  EXPECT_EQ(three, one);
+  EXPECT_EQ(console3, console1);
+  EXPECT_EQ(withoutTimes(zv::testing::readText(dir.path() / "three.json")),
+            withoutTimes(zv::testing::readText(dir.path() / "one.json")));
+  // What each file said comes after the mark of its tenth of the files (four files each).
+  EXPECT_NE(console1.find("Writing 40 Animations:0..Name \"run:3_3.dmx\" from the model cannot be used as a file "
+                          "name; using \"run_3_3.dmx\"\n1.."),
+            std::string::npos)
+      << console1;
+  EXPECT_NE(console1.find("1.." + zv::testing::nativeSpelling(dir.file("models/hero.mdl")) + ": animation \"anim5\""),
+            std::string::npos);
+  size_t animationFiles = 0;
+  for (const auto& [name, bytes] : one) animationFiles += name.find("/anim/") != std::string::npos;
+  EXPECT_EQ(animationFiles, 40u);
+  RunReport report = readReport(dir.path() / "one.json");
+  ASSERT_EQ(report.models.size(), 1u);
+  EXPECT_EQ(report.models[0].outputs.size(), one.size());
+}
+
 TEST(Batch, ShardsCoverTheInputListOnceAndTheirReportsMergeIntoTheRunsReport) {
   RunOptions options;
   for (int i = 0; i < 500; ++i) options.inputFiles.push_back(format("/lib/models/m%03d.mdl", i));

@@ -18,7 +18,7 @@ using testing::listed;
 using testing::shown;
 using Names = std::vector<std::string>;
 
-TEST(AnimationProgress, MarksEveryTenthAndSkipsIncludedAnimationsOnlyWhenAsked) {
+TEST(AnimationProgress, MarksEveryTenthWithWhatEachFileSaidAndSkipsIncludedOnlyWhenAsked) {
   const struct {
     size_t count, own;
     bool skip;
@@ -26,15 +26,22 @@ TEST(AnimationProgress, MarksEveryTenthAndSkipsIncludedAnimationsOnlyWhenAsked) 
   } cases[] = {{25, 25, false, 2, 25},
                {5, 5, false, 1, 5},
                {12, 4, true, 1, 4},  // the marks count the skipped ones too
-               {12, 4, false, 1, 12}};
+               {12, 4, false, 1, 12},
+               {3, 7, true, 1, 3}};
   for (const auto& c : cases) {
+    size_t written = animationsToWrite(c.count, c.own, c.skip);
+    EXPECT_EQ(written, c.written);
+    std::vector<std::vector<LogRecord>> said(written);
+    for (size_t i = 0; i < written; ++i) {
+      said[i].push_back({std::string(kMainChannel), Severity::Message, std::nullopt, "[" + std::to_string(i) + "]"});
+      if (i % 3 == 0) said[i].push_back({"", Severity::Warning, std::nullopt, "(" + std::to_string(i) + ")"});
+    }
     LogCapture log;
-    writeAnimationsWithProgress(c.count, c.own, c.skip,
-                                [](size_t i) { mainLog().log(Severity::Message, "[%zu]", i); });
+    printAnimationProgress(c.count, said);
     std::string expected = "Writing " + std::to_string(c.count) + " Animations:";
     for (size_t i = 0; i < c.count; ++i) {
       if (i % c.step == 0) expected += std::to_string(i / c.step) + "..";
-      if (i < c.written) expected += "[" + std::to_string(i) + "]";
+      if (i < c.written) expected += "[" + std::to_string(i) + "]" + (i % 3 == 0 ? "(" + std::to_string(i) + ")" : "");
     }
     EXPECT_EQ(log.text(), expected + "Done\n");
   }
