@@ -85,9 +85,8 @@ void C_ZV_MDL_Import::WriteAnimations() {
   // finished first.
   std::vector<std::vector<LogRecord>> said(count);
   std::vector<std::vector<WrittenFile>> written(count);
-  size_t slots = sharing_ ? sharing_->width() : 1;
   // Slot 0 is this thread's own scratch; a helper's is made when it first takes a file.
-  std::vector<std::unique_ptr<AnimationScratch>> helperScratch(slots);
+  std::vector<std::unique_ptr<AnimationScratch>> helperScratch(sharing_->width());
   auto writeOne = [&](size_t index, size_t slot) {
     AnimationScratch* scratch = &scratch_;
     if (slot > 0) {
@@ -99,11 +98,7 @@ void C_ZV_MDL_Import::WriteAnimations() {
     writeAnimationFile(index, *scratch, written[index]);
     said[index] = std::move(log.records);
   };
-  if (sharing_) {
-    sharing_->run(count, writeOne);
-  } else {
-    for (size_t i = 0; i < count; ++i) writeOne(i, 0);
-  }
+  sharing_->run(count, writeOne);
   printAnimationProgress(tables_.animations.size(), said);
   for (const std::vector<WrittenFile>& files : written) output_.addWritten(files);
 }

@@ -55,7 +55,7 @@ class C_ZV_MDL_Import {
   void Setup(const RunOptions& options, size_t index);
   // Threads of a batch that may help write this converter's animation files once they
   // have no model of their own left; without, one thread writes them all.
-  void shareWorkWith(SharedWork* sharing) { sharing_ = sharing; }
+  void shareWorkWith(SharedWork* sharing) { sharing_ = sharing ? sharing : &alone_; }
   // The per-model pipeline; false only when the legacy files fail to load.
   bool Convert();
   void Reset();
@@ -172,7 +172,8 @@ class C_ZV_MDL_Import {
   // Where this thread builds animation files and saves every DMX file before it is
   // written: kept from file to file and model to model.
   AnimationScratch scratch_;
-  SharedWork* sharing_ = nullptr;
+  SharedWork alone_{1};  // the sharing of a converter outside a batch: this thread only
+  SharedWork* sharing_ = &alone_;
 };
 
 }  // namespace zv

@@ -61,7 +61,7 @@ class Output {
   void onWrite(std::function<void(const std::string& folder)> changed) { folderChanged_ = std::move(changed); }
 
  private:
-  // Creates the folder of a file once for the run.
+  // Creates the folder of a file once for the run; called with the lock held.
   void ensureFolder(const std::filesystem::path& folder);
   std::string absolute(std::string_view path) const;
 
