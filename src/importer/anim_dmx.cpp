@@ -47,79 +47,114 @@ dmx::CDmElement* addChannel(dmx::DmElementTree& tree, dmx::CDmElement& clip, con
   return channel;
 }
 
-dmx::CDmElement* addClip(dmx::DmElementTree& tree, dmx::CDmElement& root, const AnimExportRecord& record) {
-  dmx::CDmElement* list = root.addElement("animationList", "DmeAnimationList", record.name);
-  dmx::CDmElement* clip = tree.create("DmeChannelsClip", record.name);
-  list->addElementArray("animations") = {clip};
-  // The clip lasts from its first key to its last.
-  double seconds = usableRate(record.frameRate) && record.frameCount > 1
-                       ? double(record.frameCount - 1) / record.frameRate
-                       : 0.0;
-  dmx::CDmElement* timeFrame = clip->addElement("timeFrame", "DmeTimeFrame", "timeFrame");
-  timeFrame->setTime("start", {});
-  timeFrame->setTime("duration", dmx::DmTime::fromSeconds(seconds));
-  timeFrame->setTime("offset", {});
-  timeFrame->setFloat("scale", 1.0f);
-  clip->setColor("color", {0, 0, 0, 0});
-  clip->setString("text", "");
-  clip->setBool("mute", false);
-  clip->addElementArray("trackGroups");
-  clip->setFloat("displayScale", 1.0f);
-  clip->addElementArray("channels");
-  clip->setFloat("frameRate", record.frameRate);
-  clip->setBool("vbDelta", record.delta);
-  clip->setBool("vbLooping", record.looping);
-  return clip;
-}
-
 }  // namespace
 
 dmx::DmTime frameTime(size_t frame, float frameRate) {
   return usableRate(frameRate) ? dmx::DmTime::fromSeconds(double(frame) / frameRate) : dmx::DmTime{};
 }
 
-AnimationTreeBuilder::AnimationTreeBuilder(dmx::DmElementTree& tree, const AnimExportRecord& record,
-                                           std::string_view modelName, const std::vector<SkeletonBone>& skeleton,
-                                           std::string_view documentPath)
-    : frameRate_(record.frameRate), frameCount_(size_t(std::max(record.frameCount, 0))) {
-  root_ = tree.create("DmElement", "root");
-  // The prefix block: the duration here is deliberately frames / rate.
-  dmx::CDmElement* prefix = root_->addElement("$prefix_attribute$", "DmElement", "$prefix_element$");
-  prefix->setFloat("anim_frameRate", record.frameRate);
-  prefix->setFloat("anim_duration",
-                   usableRate(record.frameRate) ? float(double(record.frameCount) / record.frameRate) : 0.0f);
-  dmx::CDmElement* model = addSkeletonModel(tree, modelName, skeleton);
-  root_->setElement("skeleton", model);
-  root_->setElement("model", model);
-  root_->addElement("makefile", "DmeDCCMakefile", "makefile");
-  root_->addElement("exportTags", "DmeExportTags", "exportTags")->setString("qmdl", std::string(documentPath));
-  dmx::CDmElement* clip = addClip(tree, *root_, record);
+void AnimationTreeBuilder::start(const AnimExportRecord& record, const AnimatedModel& model) {
+  if (!root_ || !builtFor(model)) build(model);
+  setClip(record);
+}
 
-  const std::vector<dmx::CDmElement*>& joints = model->getElementArray("jointList");
-  channels_.reserve(skeleton.size());
-  for (size_t i = 0; i < skeleton.size(); ++i) {
-    channels_.push_back(addBoneChannels(tree, *clip, jointName(skeleton, i), joints[i]->getElement("transform")));
+void AnimationTreeBuilder::clear() {
+  tree_.clear();
+  root_ = prefix_ = list_ = clip_ = timeFrame_ = nullptr;
+  channels_.clear();
+  skeleton_.clear();
+}
+
+bool AnimationTreeBuilder::builtFor(const AnimatedModel& model) const {
+  return model.name == modelName_ && model.documentPath == documentPath_ &&
+         sameSkeletonModel(model.skeleton, skeleton_);
+}
+
+// The elements in the order files have always listed them; what differs from file to
+// file is left at its default for setClip.
+void AnimationTreeBuilder::build(const AnimatedModel& model) {
+  clear();
+  modelName_ = model.name;
+  documentPath_ = model.documentPath;
+  skeleton_ = model.skeleton;
+
+  root_ = tree_.create("DmElement", "root");
+  prefix_ = root_->addElement("$prefix_attribute$", "DmElement", "$prefix_element$");
+  prefix_->setFloat("anim_frameRate", 0);
+  prefix_->setFloat("anim_duration", 0);
+  dmx::CDmElement* skeletonModel = addSkeletonModel(tree_, model.name, model.skeleton);
+  root_->setElement("skeleton", skeletonModel);
+  root_->setElement("model", skeletonModel);
+  root_->addElement("makefile", "DmeDCCMakefile", "makefile");
+  root_->addElement("exportTags", "DmeExportTags", "exportTags")->setString("qmdl", std::string(model.documentPath));
+
+  list_ = root_->addElement("animationList", "DmeAnimationList", "");
+  clip_ = tree_.create("DmeChannelsClip", "");
+  list_->addElementArray("animations") = {clip_};
+  timeFrame_ = clip_->addElement("timeFrame", "DmeTimeFrame", "timeFrame");
+  timeFrame_->setTime("start", {});
+  timeFrame_->setTime("duration", {});
+  timeFrame_->setTime("offset", {});
+  timeFrame_->setFloat("scale", 1.0f);
+  clip_->setColor("color", {0, 0, 0, 0});
+  clip_->setString("text", "");
+  clip_->setBool("mute", false);
+  clip_->addElementArray("trackGroups");
+  clip_->setFloat("displayScale", 1.0f);
+  clip_->addElementArray("channels");
+  clip_->setFloat("frameRate", 0);
+  clip_->setBool("vbDelta", false);
+  clip_->setBool("vbLooping", false);
+
+  const std::vector<dmx::CDmElement*>& joints = skeletonModel->getElementArray("jointList");
+  channels_.reserve(model.skeleton.size());
+  for (size_t i = 0; i < model.skeleton.size(); ++i) {
+    channels_.push_back(addBoneChannels(*clip_, jointName(model.skeleton, i), joints[i]->getElement("transform")));
   }
 }
 
-AnimationTreeBuilder::BoneChannels AnimationTreeBuilder::addBoneChannels(dmx::DmElementTree& tree,
-                                                                         dmx::CDmElement& clip,
+AnimationTreeBuilder::BoneChannels AnimationTreeBuilder::addBoneChannels(dmx::CDmElement& clip,
                                                                          const std::string& bone,
                                                                          dmx::CDmElement* transform) {
-  dmx::CDmElement* position = addChannel(tree, clip, bone + "_p", transform, "position");
-  dmx::CDmElement* positionLayer = addLog(tree, *position, false);
+  dmx::CDmElement* position = addChannel(tree_, clip, bone + "_p", transform, "position");
+  dmx::CDmElement* positionLayer = addLog(tree_, *position, false);
   position->setString("channelType", "skeleton");
-  dmx::CDmElement* orientation = addChannel(tree, clip, bone + "_o", transform, "orientation");
-  dmx::CDmElement* orientationLayer = addLog(tree, *orientation, true);
+  dmx::CDmElement* orientation = addChannel(tree_, clip, bone + "_o", transform, "orientation");
+  dmx::CDmElement* orientationLayer = addLog(tree_, *orientation, true);
   orientation->setString("channelType", "skeleton");
-  BoneChannels channels{&positionLayer->timeArray("times"), &positionLayer->vector3Array("values"),
-                        &orientationLayer->timeArray("times"), &orientationLayer->quaternionArray("values")};
+  return {&positionLayer->timeArray("times"), &positionLayer->vector3Array("values"),
+          &orientationLayer->timeArray("times"), &orientationLayer->quaternionArray("values")};
+}
+
+void AnimationTreeBuilder::setClip(const AnimExportRecord& record) {
+  frameRate_ = record.frameRate;
+  frames_ = 0;
+  // The prefix block: the duration here is deliberately frames / rate.
+  prefix_->setFloat("anim_frameRate", record.frameRate);
+  prefix_->setFloat("anim_duration",
+                    usableRate(record.frameRate) ? float(double(record.frameCount) / record.frameRate) : 0.0f);
+  list_->setName(record.name);
+  clip_->setName(record.name);
+  // The clip lasts from its first key to its last.
+  double seconds = usableRate(record.frameRate) && record.frameCount > 1
+                       ? double(record.frameCount - 1) / record.frameRate
+                       : 0.0;
+  timeFrame_->setTime("duration", dmx::DmTime::fromSeconds(seconds));
+  clip_->setFloat("frameRate", record.frameRate);
+  clip_->setBool("vbDelta", record.delta);
+  clip_->setBool("vbLooping", record.looping);
   // Every frame adds one key to each: the arrays are sized once.
-  channels.positionTimes->reserve(frameCount_);
-  channels.positions->reserve(frameCount_);
-  channels.orientationTimes->reserve(frameCount_);
-  channels.orientations->reserve(frameCount_);
-  return channels;
+  size_t frameCount = size_t(std::max(record.frameCount, 0));
+  for (BoneChannels& channels : channels_) {
+    channels.positionTimes->clear();
+    channels.positions->clear();
+    channels.orientationTimes->clear();
+    channels.orientations->clear();
+    channels.positionTimes->reserve(frameCount);
+    channels.positions->reserve(frameCount);
+    channels.orientationTimes->reserve(frameCount);
+    channels.orientations->reserve(frameCount);
+  }
 }
 
 void AnimationTreeBuilder::addFrame(const std::vector<BoneKey>& keys) {

@@ -48,12 +48,11 @@ bool C_ZV_MDL_Import::writeAnimationFile(size_t index, AnimationScratch& scratch
   // With -YupToZup the skeleton's roots are turned like the bind pose.
   Matrix3x4 turn = settings_.yUpToZUp ? yUpToZUpMatrix() : Matrix3x4::identity();
 
-  // The tree is the thread's, kept from file to file; what this file put in it goes when
-  // the file is saved, its room stays.
-  dmx::DmElementTree& tree = scratch.tree;
-  tree.clear();
-  AnimationTreeBuilder builder(tree, record, settings_.baseName, skeleton,
-                               relativeToBaseFolder(paths_.document, settings_.outputRoot));
+  // The builder is the thread's, kept from file to file: the files of a model share
+  // their skeleton and channels.
+  AnimationTreeBuilder& builder = scratch.animation;
+  std::string documentPath = relativeToBaseFolder(paths_.document, settings_.outputRoot);
+  builder.start(record, {settings_.baseName, skeleton, documentPath});
   anim::AnimDecoder decoder(model.mdl, model.animBlocks, anim);
   std::vector<anim::BonePoseSample> pose;
   std::vector<BoneKey> keys(skeleton.size());
@@ -87,7 +86,6 @@ bool C_ZV_MDL_Import::writeAnimationFile(size_t index, AnimationScratch& scratch
 
   std::string file = record.outputFolder + "/" + safeFileName(record.fileName);
   Status saved = saveDmxFile(output_, file, builder.root(), scratch.buffer, written);
-  tree.clear();
   if (!saved) {
     warning("Unable to save %s: %s\n", file.c_str(), saved.message().c_str());
     return false;

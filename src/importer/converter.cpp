@@ -101,6 +101,8 @@ void C_ZV_MDL_Import::WriteAnimations() {
   sharing_->run(count, writeOne);
   printAnimationProgress(tables_.animations.size(), said);
   for (const std::vector<WrittenFile>& files : written) output_.addWritten(files);
+  // The keys of the model's largest file need not outlast it.
+  scratch_.animation.clear();
 }
 
 bool C_ZV_MDL_Import::WriteRefs() {

@@ -13,8 +13,8 @@
 #include "base/hash.h"
 #include "base/shared_work.h"
 #include "dmx/dm_buffer.h"
-#include "dmx/dm_element.h"
 #include "fs/file_system.h"
+#include "importer/anim_dmx.h"
 #include "importer/input_files.h"
 #include "importer/particles.h"
 #include "importer/pipeline.h"
@@ -42,7 +42,7 @@ struct ModelSettings : ConversionOptions {
 
 // Where one thread builds an animation file's tree and saves it: kept from file to file.
 struct AnimationScratch {
-  dmx::DmElementTree tree;
+  AnimationTreeBuilder animation;
   dmx::DmOutputBuffer buffer;
 };
 

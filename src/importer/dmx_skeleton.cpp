@@ -1,5 +1,8 @@
 #include "importer/dmx_skeleton.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "base/strings.h"
 #include "importer/names.h"
 
@@ -69,6 +72,14 @@ dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view mod
   axes->setInt("forwardParity", 1);
   axes->setInt("coordSys", 0);
   return model;
+}
+
+bool sameSkeletonModel(const std::vector<SkeletonBone>& a, const std::vector<SkeletonBone>& b) {
+  auto sameBits = [](const auto& x, const auto& y) { return std::memcmp(&x, &y, sizeof x) == 0; };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [&](const SkeletonBone& x, const SkeletonBone& y) {
+    return x.name == y.name && x.parent == y.parent && sameBits(x.position, y.position) &&
+           sameBits(x.orientation, y.orientation);
+  });
 }
 
 MeshShape addMeshShape(dmx::DmElementTree& tree, dmx::CDmElement& dag, std::string_view name) {

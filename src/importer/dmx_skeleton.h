@@ -23,6 +23,10 @@ std::string jointName(const std::vector<SkeletonBone>& bones, size_t index);
 dmx::CDmElement* addSkeletonModel(dmx::DmElementTree& tree, std::string_view modelName,
                                   const std::vector<SkeletonBone>& bones);
 
+// Whether two bone lists give the same skeleton model: the same names, parents and bind
+// pose, bit for bit.
+bool sameSkeletonModel(const std::vector<SkeletonBone>& a, const std::vector<SkeletonBone>& b);
+
 // A DmeTransform with the given pose, set as element attribute `attribute` of owner.
 dmx::CDmElement* addTransform(dmx::CDmElement& owner, std::string_view attribute, std::string_view name,
                               const Vector3& position, const Quaternion& orientation);

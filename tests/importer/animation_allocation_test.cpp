@@ -93,6 +93,24 @@ TEST(AnimationAllocations, ALongAnimationTakesNoMoreHeapBlocksThanAShortOne) {
   }
 }
 
+// Every file of a model repeats its skeleton and channels: the next file keeps the last
+// file's elements and fills only its keys, so what it allocates is the save's own.
+TEST(AnimationAllocations, TheNextFileOfAModelBuildsNoElementsAgain) {
+  for (Form form : {Form::RunLength, Form::FramePacked}) {
+    testing::ImportRun run(character(form));
+    ASSERT_TRUE(run.converter.LoadMDL());
+    ASSERT_TRUE(run.converter.ExtractAnims());
+    uint64_t before = alloc_count::allocations();
+    EXPECT_TRUE(run.converter.WriteAnimation(1));
+    uint64_t first = alloc_count::allocations() - before;
+    before = alloc_count::allocations();
+    EXPECT_TRUE(run.converter.WriteAnimation(0));
+    uint64_t next = alloc_count::allocations() - before;
+    EXPECT_LT(next, first / 4) << "form " << int(form) << ", the first file took " << first;
+    EXPECT_GT(first, uint64_t(10 * kBones)) << "form " << int(form) << ": the first file builds every bone's channels";
+  }
+}
+
 TEST(AnimationAllocations, TheCounterSeesEveryAllocation) {
   uint64_t before = alloc_count::allocations();
   // Called directly, so the compiler may not leave the allocations out.
