@@ -47,6 +47,34 @@ dmx::CDmElement* addChannel(dmx::DmElementTree& tree, dmx::CDmElement& clip, con
   return channel;
 }
 
+struct ClipElements {
+  dmx::CDmElement* list;
+  dmx::CDmElement* clip;
+  dmx::CDmElement* timeFrame;
+};
+
+// The animation list and its clip, with what each file sets left at its default.
+ClipElements addClip(dmx::DmElementTree& tree, dmx::CDmElement& root) {
+  dmx::CDmElement* list = root.addElement("animationList", "DmeAnimationList", "");
+  dmx::CDmElement* clip = tree.create("DmeChannelsClip", "");
+  list->addElementArray("animations") = {clip};
+  dmx::CDmElement* timeFrame = clip->addElement("timeFrame", "DmeTimeFrame", "timeFrame");
+  timeFrame->setTime("start", {});
+  timeFrame->setTime("duration", {});
+  timeFrame->setTime("offset", {});
+  timeFrame->setFloat("scale", 1.0f);
+  clip->setColor("color", {0, 0, 0, 0});
+  clip->setString("text", "");
+  clip->setBool("mute", false);
+  clip->addElementArray("trackGroups");
+  clip->setFloat("displayScale", 1.0f);
+  clip->addElementArray("channels");
+  clip->setFloat("frameRate", 0);
+  clip->setBool("vbDelta", false);
+  clip->setBool("vbLooping", false);
+  return {list, clip, timeFrame};
+}
+
 }  // namespace
 
 dmx::DmTime frameTime(size_t frame, float frameRate) {
@@ -88,23 +116,10 @@ void AnimationTreeBuilder::build(const AnimatedModel& model) {
   root_->addElement("makefile", "DmeDCCMakefile", "makefile");
   root_->addElement("exportTags", "DmeExportTags", "exportTags")->setString("qmdl", std::string(model.documentPath));
 
-  list_ = root_->addElement("animationList", "DmeAnimationList", "");
-  clip_ = tree_.create("DmeChannelsClip", "");
-  list_->addElementArray("animations") = {clip_};
-  timeFrame_ = clip_->addElement("timeFrame", "DmeTimeFrame", "timeFrame");
-  timeFrame_->setTime("start", {});
-  timeFrame_->setTime("duration", {});
-  timeFrame_->setTime("offset", {});
-  timeFrame_->setFloat("scale", 1.0f);
-  clip_->setColor("color", {0, 0, 0, 0});
-  clip_->setString("text", "");
-  clip_->setBool("mute", false);
-  clip_->addElementArray("trackGroups");
-  clip_->setFloat("displayScale", 1.0f);
-  clip_->addElementArray("channels");
-  clip_->setFloat("frameRate", 0);
-  clip_->setBool("vbDelta", false);
-  clip_->setBool("vbLooping", false);
+  ClipElements clip = addClip(tree_, *root_);
+  list_ = clip.list;
+  clip_ = clip.clip;
+  timeFrame_ = clip.timeFrame;
 
   const std::vector<dmx::CDmElement*>& joints = skeletonModel->getElementArray("jointList");
   channels_.reserve(model.skeleton.size());
