@@ -18,12 +18,14 @@ struct Run {
   size_t next() const { return position + 2 + 2 * size_t(valid); }
 };
 
-std::optional<Run> readRun(const AnimData& data, size_t position) {
+// The run header at position; false, with the fault, when it leaves the data.
+inline bool readRun(const AnimData& data, size_t position, Run& run) {
   if (!data.contains(position, 2)) {
     data.fail(position, "value run", "leaves the data");
-    return std::nullopt;
+    return false;
   }
-  return Run{position, data.read<uint8_t>(position, "value run"), data.read<uint8_t>(position + 1, "value run")};
+  run = {position, data.read<uint8_t>(position, "value run"), data.read<uint8_t>(position + 1, "value run")};
+  return true;
 }
 
 // Value i of a run; index -1 reads the run's own header, as the data was laid out to allow.
@@ -48,24 +50,24 @@ float squaredLength(const Quaternion& q) { return q.x * q.x + q.y * q.y + q.z * 
 float channelValue(const AnimData& data, size_t triple, int axis, int32_t frame, float interp, float scale) {
   int16_t offset = data.read<int16_t>(triple + 2 * size_t(axis), "channel offset");
   if (offset <= 0) return 0;
-  auto run = readRun(data, triple + size_t(offset));
+  Run run;
+  if (!readRun(data, triple + size_t(offset), run)) return 0;
   int32_t k = std::max(frame, 0);
   // Each step moves on by at least one run header, so the walk ends within the data.
-  while (run && run->total <= k) {
-    k -= run->total;
-    run = readRun(data, run->next());
-    if (run && run->total == 0) return 0;
+  while (run.total <= k) {
+    k -= run.total;
+    if (!readRun(data, run.next(), run)) return 0;
+    if (run.total == 0) return 0;
   }
-  if (!run) return 0;
   float a, b;
-  if (run->valid > k) {
-    a = runValue(data, *run, k);
+  if (run.valid > k) {
+    a = runValue(data, run, k);
     if (interp <= kInterpolationThreshold) return a * scale;
-    b = run->valid > k + 1 ? runValue(data, *run, k + 1) : (run->total > k + 1 ? a : nextRunValue(data, *run));
+    b = run.valid > k + 1 ? runValue(data, run, k + 1) : (run.total > k + 1 ? a : nextRunValue(data, run));
   } else {
-    a = runValue(data, *run, int32_t(run->valid) - 1);
+    a = runValue(data, run, int32_t(run.valid) - 1);
     if (interp <= kInterpolationThreshold) return a * scale;
-    b = run->total > k + 1 ? a : nextRunValue(data, *run);
+    b = run.total > k + 1 ? a : nextRunValue(data, run);
   }
   return (a * (1 - interp) + b * interp) * scale;
 }
