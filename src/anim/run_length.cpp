@@ -12,9 +12,9 @@ constexpr float kInterpolationThreshold = 0.001f;
 
 // A run: u8 valid count, u8 frame count, then `valid` i16 values.
 struct Run {
-  size_t position;
-  uint8_t valid;
-  uint8_t total;
+  size_t position = 0;
+  uint8_t valid = 0;
+  uint8_t total = 0;
   size_t next() const { return position + 2 + 2 * size_t(valid); }
 };
 
