@@ -1,5 +1,8 @@
 #include "base/math.h"
 
+#include <array>
+#include <bit>
+#include <cstdint>
 #include <set>
 #include <string>
 
@@ -68,6 +71,45 @@ TEST(AngleConventions, RadianEulerIsPitchYawRollReordered) {
   EXPECT_NEAR(a.pitch, 1.0f * kRadToDeg, 1e-4);
   EXPECT_NEAR(a.yaw, 1.5f * kRadToDeg, 1e-4);
   EXPECT_NEAR(a.roll, 0.5f * kRadToDeg, 1e-4);
+}
+
+uint32_t bitsOf(float f) { return std::bit_cast<uint32_t>(f); }
+
+// A key's arithmetic as the converter does it (angles to a quaternion and back, a matrix
+// moved by root motion, the key's quaternion, a point carried through), against the bits
+// it gives. Written files hold these bits, so a build that rounds differently (one fusing
+// multiply-adds, say) or a reordered formula shows here and not only as changed files.
+TEST(KeyArithmetic, GivesTheSameBitsOnEveryBuild) {
+  struct Case {
+    QAngle angles;
+    std::array<uint32_t, 10> bits;  // angles back, key quaternion, point
+  };
+  const Case cases[] = {
+      {{-20.5f, 170.25f, 5.125f},
+       {0xc1a40000, 0x432a4000, 0x40a40000, 0x3e29384e, 0x3da19d99, 0x3f761702, 0xbe52d327, 0x41428e05, 0x41a3db3a,
+        0x420f5e11}},
+      {{33.3f, -77.7f, 121.9f},
+       {0x42053333, 0xc29b6666, 0x42f3cccd, 0x3f53d91b, 0xbe425da0, 0xbed12f94, 0x3eab878b, 0x4129f3c0, 0x419232a9,
+        0x41f34c90}},
+      {{0.37f, 12.0f, -179.5f},
+       {0x3ebd70a3, 0x41400000, 0xc3338000, 0x3f6c82d4, 0x3ec3eca4, 0xbb9876af, 0xbb373612, 0x4140732d, 0x41a2ca64,
+        0x41f0db20}},
+      {{85.0f, 45.0f, -30.0f},
+       {0x42aa0000, 0x42340000, 0xc1f00014, 0xbf0f18c8, 0x3ec62bf5, 0x3f15851b, 0x3ee30665, 0x414d5771, 0x41b119e6,
+        0x42025015}},
+  };
+  for (const Case& c : cases) {
+    QAngle back = quaternionAngles(angleQuaternion(c.angles));
+    Matrix3x4 moved = angleMatrix(QAngle{0, 33.0f, 0}, {10, 20, 30}) * angleMatrix(back, {1.5f, -2.25f, 3.0f});
+    Quaternion key = matrixQuaternion(moved);
+    Vector3 point = transformPoint(moved, {0.7f, -1.3f, 2.9f});
+    std::array<uint32_t, 10> got{bitsOf(back.pitch), bitsOf(back.yaw), bitsOf(back.roll), bitsOf(key.x),
+                                 bitsOf(key.y),      bitsOf(key.z),     bitsOf(key.w),     bitsOf(point.x),
+                                 bitsOf(point.y),    bitsOf(point.z)};
+    for (size_t i = 0; i < got.size(); ++i)
+      EXPECT_EQ(got[i], c.bits[i]) << "angles " << c.angles.pitch << " " << c.angles.yaw << " " << c.angles.roll
+                                   << ", value " << i;
+  }
 }
 
 TEST(MatrixAlgebra, ProductAppliesRightOperandFirstAndInverseUndoesIt) {
